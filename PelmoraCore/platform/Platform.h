@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+// The operating-system services that differ between Linux and macOS. One
+// implementation per platform lives in linux/ and darwin/; the build picks
+// the folder, so no other code needs to know which system it runs on.
+namespace pelmora::platform {
+
+struct ProcessEntry {
+    std::int32_t pid = 0;
+    std::int32_t parentPID = 0;
+    std::string name;        // the kernel's short command name
+    double startTime = 0;    // seconds since 1970, microseconds as the fraction
+    std::optional<std::string> tty; // controlling terminal as "/dev/..."
+    bool operator==(const ProcessEntry&) const = default;
+};
+
+// The kernel's process-table entry for exactly this pid, if there is one.
+std::optional<ProcessEntry> processEntry(std::int32_t pid);
+
+// Posts a system-wide change notification (nothing where there is no such
+// centre: readers there watch the directory instead).
+void postNotification(const char* name);
+
+// Makes writes on a socket report EPIPE instead of raising SIGPIPE where the
+// socket can carry that option; sendNoSignal suppresses it per send where it
+// cannot. Use both: one of them does nothing on each platform.
+void suppressSigpipe(int socketFD);
+ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count);
+
+// From the password database, never from the environment.
+std::filesystem::path homeDirectory();
+std::uint32_t userID();
+
+} // namespace pelmora::platform

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace pelmora {
+
+// Owns one file descriptor and closes it exactly once.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int fd) : fd_(fd) {}
+    ~FileDescriptor();
+    FileDescriptor(FileDescriptor&& other) noexcept;
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    int get() const { return fd_; }
+    bool valid() const { return fd_ >= 0; }
+    int release();
+    void reset(int fd = -1);
+
+private:
+    int fd_ = -1;
+};
+
+namespace Files {
+
+// Reads a whole file; std::nullopt when it cannot be opened or read, or
+// when it holds more than `maxBytes`.
+std::optional<std::string> read(const std::filesystem::path& path,
+                                std::size_t maxBytes = static_cast<std::size_t>(-1));
+
+// Reads a file descriptor (standard input, a pipe) to its end.
+std::optional<std::string> readAll(int fd);
+
+// Writes `bytes` to ".<name>.<pid>.tmp" beside `target`, gives it `mode`, and
+// renames it over `target`, so a reader sees the old file or the new one,
+// whole. On failure the temporary file is removed and pelmora::Error thrown.
+void atomicReplace(const std::filesystem::path& target, std::string_view bytes, mode_t mode);
+
+// The temporary name used by atomicReplace, for tests and clean-up.
+std::filesystem::path temporaryPath(const std::filesystem::path& target);
+
+// Creates the directory and missing parents with `mode`; succeeds when it
+// exists already. Throws pelmora::Error otherwise.
+void ensureDirectory(const std::filesystem::path& path, mode_t mode = 0700);
+
+// An exclusive flock on a lock file (created with 0600), held for the life of
+// the object. Throws pelmora::Error when the lock file cannot be opened.
+class ExclusiveLock {
+public:
+    explicit ExclusiveLock(const std::filesystem::path& lockPath);
+    ~ExclusiveLock();
+    ExclusiveLock(const ExclusiveLock&) = delete;
+    ExclusiveLock& operator=(const ExclusiveLock&) = delete;
+
+private:
+    FileDescriptor fd_;
+};
+
+} // namespace Files
+} // namespace pelmora

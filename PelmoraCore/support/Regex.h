@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pelmora {
+
+// A PCRE2 pattern compiled with UTF and UCP, which reads the ICU syntax that
+// the patterns are written in. Declare each one where it is used as a
+// function-local static, so it compiles (and JIT-compiles) once and only when
+// first needed:
+//
+//     static const Regex assignment(R"(\b([A-Za-z_][A-Za-z0-9_]*)=)");
+//
+// A pattern that fails to compile is a programming error and aborts.
+// Matching is bounded by match and depth limits: when a subject would make a
+// pattern run away, the search stops and reports no further match.
+// Subjects that are not valid UTF-8 are matched safely, never rejected.
+class Regex {
+public:
+    struct Range {
+        std::size_t begin = 0;
+        std::size_t end = 0;
+        bool operator==(const Range&) const = default;
+    };
+    struct Match {
+        Range whole;
+        // One entry per capture group; std::nullopt for a group that did not take part.
+        std::vector<std::optional<Range>> groups;
+    };
+
+    explicit Regex(std::string_view pattern);
+    ~Regex();
+    Regex(const Regex&) = delete;
+    Regex& operator=(const Regex&) = delete;
+
+    bool matches(std::string_view subject) const;
+    std::optional<Match> firstMatch(std::string_view subject, std::size_t start = 0) const;
+    // Non-overlapping matches from left to right; an empty match advances one scalar.
+    std::vector<Match> allMatches(std::string_view subject) const;
+    // Replaces every match; "$1".."$9" in the template stand for capture groups
+    // (a group that did not take part gives the empty string), "\$" for "$".
+    std::string replaceAll(std::string_view subject, std::string_view replacementTemplate) const;
+
+private:
+    struct Compiled;
+    std::unique_ptr<Compiled> compiled_;
+};
+
+} // namespace pelmora

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// UTF-8 text helpers over utf8proc. A "character" here is what a person sees
+// as one: an extended grapheme cluster. Every function accepts any bytes;
+// a byte that is not part of valid UTF-8 counts as one U+FFFD scalar.
+namespace pelmora::Text {
+
+bool isValidUTF8(std::string_view text);
+
+// Decodes the scalar at `offset`, advancing it past the scalar's bytes.
+char32_t decodeScalar(std::string_view text, std::size_t& offset);
+void appendUTF8(std::string& out, char32_t scalar);
+std::u32string scalars(std::string_view text);
+
+// Grapheme clusters.
+std::size_t characterCount(std::string_view text);
+std::vector<std::string_view> characters(std::string_view text);
+// The first `count` characters (all of `text` when it has no more).
+std::string_view prefixCharacters(std::string_view text, std::size_t count);
+
+// Scalar classes, by Unicode general category or property.
+bool isLetter(char32_t scalar);      // L*
+bool isNumber(char32_t scalar);      // N*
+bool isMark(char32_t scalar);        // M*
+bool isPunctuation(char32_t scalar); // P*
+bool isWhitespace(char32_t scalar);  // White_Space, line breaks included
+bool isUppercase(char32_t scalar);
+bool isLowercase(char32_t scalar);
+
+std::string_view trimSpacesAndTabs(std::string_view text);
+// Unicode whitespace and line breaks at both ends.
+std::string_view trimWhitespaceAndNewlines(std::string_view text);
+std::string lowercased(std::string_view text);
+
+} // namespace pelmora::Text
