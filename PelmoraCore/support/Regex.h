@@ -35,20 +35,27 @@ public:
     };
 
     explicit Regex(std::string_view pattern);
+    // For patterns whose failure to compile is to be survived rather than
+    // fatal: nullptr when `pattern` does not compile.
+    static std::unique_ptr<const Regex> tryCompile(std::string_view pattern);
     ~Regex();
     Regex(const Regex&) = delete;
     Regex& operator=(const Regex&) = delete;
 
+    // True when the pattern matches somewhere in `subject` (not necessarily all of it).
     bool matches(std::string_view subject) const;
     std::optional<Match> firstMatch(std::string_view subject, std::size_t start = 0) const;
     // Non-overlapping matches from left to right; an empty match advances one scalar.
     std::vector<Match> allMatches(std::string_view subject) const;
     // Replaces every match; "$1".."$9" in the template stand for capture groups
     // (a group that did not take part gives the empty string), "\$" for "$".
+    // As in ICU, "$0" is the whole match and a backslash takes the character
+    // after it literally, so "\\" gives one backslash.
     std::string replaceAll(std::string_view subject, std::string_view replacementTemplate) const;
 
 private:
     struct Compiled;
+    explicit Regex(std::unique_ptr<Compiled> compiled);
     std::unique_ptr<Compiled> compiled_;
 };
 

@@ -14,6 +14,9 @@ bool isValidUTF8(std::string_view text);
 
 // Decodes the scalar at `offset`, advancing it past the scalar's bytes.
 char32_t decodeScalar(std::string_view text, std::size_t& offset);
+// Decodes the scalar that ends at `end`, moving it back to the scalar's first
+// byte; agrees with decodeScalar on where every scalar, valid or not, begins.
+char32_t decodeScalarBefore(std::string_view text, std::size_t& end);
 void appendUTF8(std::string& out, char32_t scalar);
 std::u32string scalars(std::string_view text);
 
@@ -29,12 +32,16 @@ bool isNumber(char32_t scalar);      // N*
 bool isMark(char32_t scalar);        // M*
 bool isPunctuation(char32_t scalar); // P*
 bool isWhitespace(char32_t scalar);  // White_Space, line breaks included
-bool isUppercase(char32_t scalar);
-bool isLowercase(char32_t scalar);
+bool isUppercase(char32_t scalar);   // Lu, or has a lower-case mapping only
+bool isLowercase(char32_t scalar);   // Ll, or has an upper-case mapping only
 
 std::string_view trimSpacesAndTabs(std::string_view text);
 // Unicode whitespace and line breaks at both ends.
 std::string_view trimWhitespaceAndNewlines(std::string_view text);
+// Drops scalars for which `predicate` holds from both ends.
+std::string_view trimScalars(std::string_view text, bool (*predicate)(char32_t));
+// Simple per-scalar lower-case mapping; the result is always valid UTF-8
+// (a byte that is not part of valid UTF-8 comes out as U+FFFD).
 std::string lowercased(std::string_view text);
 
 } // namespace pelmora::Text
