@@ -23,8 +23,13 @@ public:
 
     JSONValue() = default; // null
 
-    static JSONValue object(Members members = {});
-    static JSONValue array(Elements elements = {});
+    // Overloads rather than default arguments, and null() defined below the
+    // class: JSONMember is still incomplete here, and clang would build the
+    // variant's members at once.
+    static JSONValue object();
+    static JSONValue object(Members members);
+    static JSONValue array();
+    static JSONValue array(Elements elements);
     static JSONValue string(std::string text);
     // `text` must already be a JSON number; it is kept as it is.
     static JSONValue number(std::string text);
@@ -32,7 +37,7 @@ public:
     static JSONValue number(double value);
     static JSONValue integer(std::int64_t value);
     static JSONValue boolean(bool value);
-    static JSONValue null() { return {}; }
+    static JSONValue null();
 
     Kind kind() const { return kind_; }
     bool isObject() const { return kind_ == Kind::object; }
@@ -68,6 +73,8 @@ public:
     // The same along a path; a missing or non-object step becomes an empty
     // object when a value is being set.
     void set(const std::vector<std::string>& path, std::optional<JSONValue> newValue);
+    // Lets a braced path literal pick the path form: set({"hooks", "Stop"}, v).
+    void set(std::initializer_list<std::string_view> path, std::optional<JSONValue> newValue);
 
     friend bool operator==(const JSONValue& a, const JSONValue& b);
 
@@ -82,5 +89,9 @@ struct JSONMember {
     JSONValue value;
     friend bool operator==(const JSONMember&, const JSONMember&) = default;
 };
+
+inline JSONValue JSONValue::null() {
+    return {};
+}
 
 } // namespace pelmora

@@ -1,0 +1,580 @@
+#include "json/OrderedJSON.h"
+
+#include "support/JsonText.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+#include <utility>
+
+namespace pelmora {
+
+JSONParseError::JSONParseError(std::int64_t byteOffset)
+    : offset(byteOffset), text_("Invalid JSON near byte " + std::to_string(byteOffset)) {}
+
+std::string JSONParseError::description() const {
+    return text_;
+}
+
+const char* JSONParseError::what() const noexcept {
+    return text_.c_str();
+}
+
+namespace OrderedJSON {
+
+namespace {
+
+using Byte = unsigned char;
+
+// Bytes that may be copied as they are inside a string: printable ASCII
+// other than quote and backslash.
+constexpr std::array<bool, 256> plainStringBytes = [] {
+    std::array<bool, 256> table{};
+    for (int byte = 0x20; byte < 0x80; ++byte)
+        table[static_cast<std::size_t>(byte)] = byte != '"' && byte != '\\';
+    return table;
+}();
+
+bool isDigit(Byte byte) {
+    return byte >= '0' && byte <= '9';
+}
+
+int hexValue(Byte byte) {
+    if (byte >= '0' && byte <= '9')
+        return byte - '0';
+    if (byte >= 'a' && byte <= 'f')
+        return byte - 'a' + 10;
+    if (byte >= 'A' && byte <= 'F')
+        return byte - 'A' + 10;
+    return -1;
+}
+
+void appendUtf8(std::string& out, std::uint32_t scalar) {
+    if (scalar < 0x80) {
+        out += static_cast<char>(scalar);
+    } else if (scalar < 0x800) {
+        out += static_cast<char>(0xC0 | (scalar >> 6));
+        out += static_cast<char>(0x80 | (scalar & 0x3F));
+    } else if (scalar < 0x10000) {
+        out += static_cast<char>(0xE0 | (scalar >> 12));
+        out += static_cast<char>(0x80 | ((scalar >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (scalar & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (scalar >> 18));
+        out += static_cast<char>(0x80 | ((scalar >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((scalar >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (scalar & 0x3F));
+    }
+}
+
+// A single pass over the bytes that reports the offset of the first byte
+// that does not fit the grammar. Containers are built without recursion:
+// open ones are frames, and the members and elements of all open containers
+// share two stacks, so each finished container is allocated once at its
+// exact size and hostile nesting costs a bounded amount of memory.
+class Parser {
+public:
+    explicit Parser(std::string_view text)
+        : begin_(reinterpret_cast<const Byte*>(text.data())), cursor_(begin_),
+          end_(begin_ + text.size()) {}
+
+    bool parseDocument(JSONValue& root);
+    std::int64_t failureOffset() const { return failureOffset_; }
+
+private:
+    struct Frame {
+        bool isObject;
+        std::size_t firstItem; // index into the members or elements stack
+    };
+
+    bool fail(const Byte* at) {
+        failureOffset_ = at - begin_;
+        return false;
+    }
+
+    void skipWhitespace() {
+        while (cursor_ != end_ &&
+               (*cursor_ == ' ' || *cursor_ == '\n' || *cursor_ == '\r' || *cursor_ == '\t'))
+            ++cursor_;
+    }
+
+    bool parseScalar(JSONValue& out);
+    bool parseMemberKey();
+    bool parseString(std::string& out);
+    bool parseEscape();
+    bool parseHexQuad(std::uint32_t& unit);
+    bool skipUtf8Sequence();
+    bool parseNumber(JSONValue& out);
+    bool parseLiteral(std::string_view word);
+    void skipPlainAscii();
+
+    const Byte* const begin_;
+    const Byte* cursor_;
+    const Byte* const end_;
+    std::int64_t failureOffset_ = 0;
+    std::string scratch_;
+    std::vector<Frame> frames_;
+    JSONValue::Members members_;
+    JSONValue::Elements elements_;
+};
+
+bool Parser::parseDocument(JSONValue& root) {
+    skipWhitespace();
+    for (;;) {
+        // A value starts at the cursor.
+        JSONValue value;
+        if (cursor_ != end_ && (*cursor_ == '[' || *cursor_ == '{')) {
+            const bool isObject = *cursor_ == '{';
+            if (frames_.size() >= static_cast<std::size_t>(maxDepth))
+                return fail(cursor_);
+            ++cursor_;
+            skipWhitespace();
+            if (cursor_ != end_ && *cursor_ == (isObject ? '}' : ']')) {
+                ++cursor_;
+                value = isObject ? JSONValue::object() : JSONValue::array();
+            } else {
+                frames_.push_back({isObject, isObject ? members_.size() : elements_.size()});
+                if (isObject && !parseMemberKey())
+                    return false;
+                continue;
+            }
+        } else if (!parseScalar(value)) {
+            return false;
+        }
+
+        // The value is complete: hand it to its container, and close every
+        // container that ends after it.
+        for (;;) {
+            if (frames_.empty()) {
+                skipWhitespace();
+                if (cursor_ != end_)
+                    return fail(cursor_);
+                root = std::move(value);
+                return true;
+            }
+            const Frame frame = frames_.back();
+            if (frame.isObject)
+                members_.back().value = std::move(value);
+            else
+                elements_.push_back(std::move(value));
+            skipWhitespace();
+            if (cursor_ == end_)
+                return fail(cursor_);
+            if (*cursor_ == ',') {
+                ++cursor_;
+                skipWhitespace();
+                if (frame.isObject && !parseMemberKey())
+                    return false;
+                break;
+            }
+            if (*cursor_ != (frame.isObject ? '}' : ']'))
+                return fail(cursor_);
+            ++cursor_;
+            if (frame.isObject) {
+                const auto first = members_.begin() + static_cast<std::ptrdiff_t>(frame.firstItem);
+                value = JSONValue::object(JSONValue::Members(
+                    std::make_move_iterator(first), std::make_move_iterator(members_.end())));
+                members_.erase(first, members_.end());
+            } else {
+                const auto first = elements_.begin() + static_cast<std::ptrdiff_t>(frame.firstItem);
+                value = JSONValue::array(JSONValue::Elements(
+                    std::make_move_iterator(first), std::make_move_iterator(elements_.end())));
+                elements_.erase(first, elements_.end());
+            }
+            frames_.pop_back();
+        }
+    }
+}
+
+// A key, its colon and the whitespace up to the value; the member waits on
+// the stack for its value.
+bool Parser::parseMemberKey() {
+    if (cursor_ == end_ || *cursor_ != '"')
+        return fail(cursor_);
+    members_.emplace_back();
+    if (!parseString(members_.back().key))
+        return false;
+    skipWhitespace();
+    if (cursor_ == end_ || *cursor_ != ':')
+        return fail(cursor_);
+    ++cursor_;
+    skipWhitespace();
+    return true;
+}
+
+bool Parser::parseScalar(JSONValue& out) {
+    if (cursor_ == end_)
+        return fail(cursor_);
+    switch (*cursor_) {
+    case '"': {
+        std::string text;
+        if (!parseString(text))
+            return false;
+        out = JSONValue::string(std::move(text));
+        return true;
+    }
+    case 't':
+        out = JSONValue::boolean(true);
+        return parseLiteral("true");
+    case 'f':
+        out = JSONValue::boolean(false);
+        return parseLiteral("false");
+    case 'n':
+        return parseLiteral("null");
+    default:
+        if (*cursor_ == '-' || isDigit(*cursor_))
+            return parseNumber(out);
+        return fail(cursor_);
+    }
+}
+
+bool Parser::parseLiteral(std::string_view word) {
+    for (char expected : word) {
+        if (cursor_ == end_ || *cursor_ != static_cast<Byte>(expected))
+            return fail(cursor_);
+        ++cursor_;
+    }
+    return true;
+}
+
+bool Parser::parseNumber(JSONValue& out) {
+    const Byte* const start = cursor_;
+    if (*cursor_ == '-')
+        ++cursor_;
+    if (cursor_ == end_ || !isDigit(*cursor_))
+        return fail(cursor_);
+    if (*cursor_++ != '0')
+        while (cursor_ != end_ && isDigit(*cursor_))
+            ++cursor_;
+    if (cursor_ != end_ && *cursor_ == '.') {
+        ++cursor_;
+        if (cursor_ == end_ || !isDigit(*cursor_))
+            return fail(cursor_);
+        while (cursor_ != end_ && isDigit(*cursor_))
+            ++cursor_;
+    }
+    if (cursor_ != end_ && (*cursor_ == 'e' || *cursor_ == 'E')) {
+        ++cursor_;
+        if (cursor_ != end_ && (*cursor_ == '+' || *cursor_ == '-'))
+            ++cursor_;
+        if (cursor_ == end_ || !isDigit(*cursor_))
+            return fail(cursor_);
+        while (cursor_ != end_ && isDigit(*cursor_))
+            ++cursor_;
+    }
+    out = JSONValue::number(std::string(reinterpret_cast<const char*>(start),
+                                        static_cast<std::size_t>(cursor_ - start)));
+    return true;
+}
+
+// Advances over printable ASCII other than quote and backslash, eight bytes
+// at a time while it can. Each word test flags quote, backslash, bytes below
+// 0x20 and bytes from 0x80; a flagged word is finished byte by byte.
+void Parser::skipPlainAscii() {
+    constexpr std::uint64_t ones = 0x0101010101010101;
+    constexpr std::uint64_t highBits = 0x8080808080808080;
+    auto hasZeroByte = [](std::uint64_t word) { return (word - ones) & ~word & highBits; };
+    while (end_ - cursor_ >= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, cursor_, sizeof word);
+        const std::uint64_t special = hasZeroByte(word ^ (ones * '"')) |
+                                      hasZeroByte(word ^ (ones * '\\')) |
+                                      ((word - ones * 0x20) & ~word) | word;
+        if (special & highBits)
+            break;
+        cursor_ += 8;
+    }
+    while (cursor_ != end_ && plainStringBytes[*cursor_])
+        ++cursor_;
+}
+
+// One well-formed UTF-8 sequence of two to four bytes: no overlong forms, no
+// surrogates, nothing above U+10FFFF.
+bool Parser::skipUtf8Sequence() {
+    const Byte lead = *cursor_;
+    int continuation = 0;
+    Byte low = 0x80;
+    Byte high = 0xBF;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        continuation = 1;
+    } else if (lead == 0xE0) {
+        continuation = 2;
+        low = 0xA0;
+    } else if (lead == 0xED) {
+        continuation = 2;
+        high = 0x9F;
+    } else if (lead >= 0xE1 && lead <= 0xEF) {
+        continuation = 2;
+    } else if (lead == 0xF0) {
+        continuation = 3;
+        low = 0x90;
+    } else if (lead >= 0xF1 && lead <= 0xF3) {
+        continuation = 3;
+    } else if (lead == 0xF4) {
+        continuation = 3;
+        high = 0x8F;
+    } else {
+        return fail(cursor_);
+    }
+    ++cursor_;
+    for (int i = 0; i < continuation; ++i, ++cursor_) {
+        if (cursor_ == end_ || *cursor_ < low || *cursor_ > high)
+            return fail(cursor_);
+        low = 0x80;
+        high = 0xBF;
+    }
+    return true;
+}
+
+bool Parser::parseHexQuad(std::uint32_t& unit) {
+    unit = 0;
+    for (int i = 0; i < 4; ++i, ++cursor_) {
+        const int digit = cursor_ == end_ ? -1 : hexValue(*cursor_);
+        if (digit < 0)
+            return fail(cursor_);
+        unit = (unit << 4) | static_cast<std::uint32_t>(digit);
+    }
+    return true;
+}
+
+// The escape at the cursor (a backslash), decoded into the scratch buffer.
+bool Parser::parseEscape() {
+    const Byte* const escapeStart = cursor_++;
+    if (cursor_ == end_)
+        return fail(cursor_);
+    char decoded = 0;
+    switch (*cursor_) {
+    case '"':
+    case '\\':
+    case '/':
+        decoded = static_cast<char>(*cursor_);
+        break;
+    case 'b':
+        decoded = '\b';
+        break;
+    case 'f':
+        decoded = '\f';
+        break;
+    case 'n':
+        decoded = '\n';
+        break;
+    case 'r':
+        decoded = '\r';
+        break;
+    case 't':
+        decoded = '\t';
+        break;
+    case 'u': {
+        ++cursor_;
+        std::uint32_t unit = 0;
+        if (!parseHexQuad(unit))
+            return false;
+        if (unit >= 0xDC00 && unit <= 0xDFFF)
+            return fail(escapeStart); // a low surrogate with no high one before it
+        if (unit >= 0xD800 && unit <= 0xDBFF) {
+            const Byte* const lowStart = cursor_;
+            if (end_ - cursor_ < 2 || cursor_[0] != '\\' || cursor_[1] != 'u')
+                return fail(cursor_);
+            cursor_ += 2;
+            std::uint32_t lowUnit = 0;
+            if (!parseHexQuad(lowUnit))
+                return false;
+            if (lowUnit < 0xDC00 || lowUnit > 0xDFFF)
+                return fail(lowStart);
+            unit = 0x10000 + ((unit - 0xD800) << 10) + (lowUnit - 0xDC00);
+        }
+        appendUtf8(scratch_, unit);
+        return true;
+    }
+    default:
+        return fail(cursor_);
+    }
+    scratch_ += decoded;
+    ++cursor_;
+    return true;
+}
+
+bool Parser::parseString(std::string& out) {
+    ++cursor_; // the opening quote
+    const Byte* const start = cursor_;
+    // Most strings hold no escape: they are validated in place and copied
+    // once. The first escape moves the work to the scratch buffer.
+    bool escaped = false;
+    const Byte* run = start;
+    for (;;) {
+        skipPlainAscii();
+        if (cursor_ == end_)
+            return fail(cursor_);
+        const Byte byte = *cursor_;
+        if (byte == '"')
+            break;
+        if (byte >= 0x80) {
+            if (!skipUtf8Sequence())
+                return false;
+            continue;
+        }
+        if (byte != '\\')
+            return fail(cursor_); // a raw control character
+        if (!escaped) {
+            scratch_.clear();
+            escaped = true;
+        }
+        scratch_.append(reinterpret_cast<const char*>(run),
+                        static_cast<std::size_t>(cursor_ - run));
+        if (!parseEscape())
+            return false;
+        run = cursor_;
+    }
+    if (escaped) {
+        scratch_.append(reinterpret_cast<const char*>(run),
+                        static_cast<std::size_t>(cursor_ - run));
+        out.assign(scratch_);
+    } else {
+        out.assign(reinterpret_cast<const char*>(start), static_cast<std::size_t>(cursor_ - start));
+    }
+    ++cursor_; // the closing quote
+    return true;
+}
+
+// Writers. Both recurse over the value; parsed values are at most maxDepth
+// deep.
+
+void appendRepeated(std::string& out, std::string_view unit, int count) {
+    for (int i = 0; i < count; ++i)
+        out.append(unit);
+}
+
+void writeIndented(std::string& out, const JSONValue& value, std::string_view indent, int depth) {
+    switch (value.kind()) {
+    case JSONValue::Kind::null:
+        out += "null";
+        return;
+    case JSONValue::Kind::boolean:
+        out += *value.boolValue() ? "true" : "false";
+        return;
+    case JSONValue::Kind::number:
+        out += *value.numberText();
+        return;
+    case JSONValue::Kind::string:
+        JsonText::appendQuoted(out, *value.stringValue(), JsonText::Style::plain);
+        return;
+    case JSONValue::Kind::array: {
+        const auto& elements = *value.arrayElements();
+        if (elements.empty()) {
+            out += "[]";
+            return;
+        }
+        out += "[\n";
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            appendRepeated(out, indent, depth + 1);
+            writeIndented(out, elements[i], indent, depth + 1);
+            out += i + 1 < elements.size() ? ",\n" : "\n";
+        }
+        appendRepeated(out, indent, depth);
+        out += ']';
+        return;
+    }
+    case JSONValue::Kind::object: {
+        const auto& members = *value.objectMembers();
+        if (members.empty()) {
+            out += "{}";
+            return;
+        }
+        out += "{\n";
+        for (std::size_t i = 0; i < members.size(); ++i) {
+            appendRepeated(out, indent, depth + 1);
+            JsonText::appendQuoted(out, members[i].key, JsonText::Style::plain);
+            out += ": ";
+            writeIndented(out, members[i].value, indent, depth + 1);
+            out += i + 1 < members.size() ? ",\n" : "\n";
+        }
+        appendRepeated(out, indent, depth);
+        out += '}';
+        return;
+    }
+    }
+}
+
+// Sorting goes through one shared list of member pointers: each object sorts
+// its own slice at the end of it, so nested objects allocate nothing more.
+void writeCompact(std::string& out, const JSONValue& value, std::vector<const JSONMember*>& order) {
+    switch (value.kind()) {
+    case JSONValue::Kind::null:
+    case JSONValue::Kind::boolean:
+    case JSONValue::Kind::number:
+        writeIndented(out, value, {}, 0);
+        return;
+    case JSONValue::Kind::string:
+        JsonText::appendQuoted(out, *value.stringValue(), JsonText::Style::platform);
+        return;
+    case JSONValue::Kind::array: {
+        out += '[';
+        bool first = true;
+        for (const JSONValue& element : *value.arrayElements()) {
+            if (!first)
+                out += ',';
+            first = false;
+            writeCompact(out, element, order);
+        }
+        out += ']';
+        return;
+    }
+    case JSONValue::Kind::object: {
+        const auto& members = *value.objectMembers();
+        const std::size_t start = order.size();
+        for (const JSONMember& member : members)
+            order.push_back(&member);
+        std::stable_sort(order.begin() + static_cast<std::ptrdiff_t>(start), order.end(),
+                         [](const JSONMember* a, const JSONMember* b) {
+                             return JsonText::keyLess(a->key, b->key);
+                         });
+        out += '{';
+        for (std::size_t i = start; i < start + members.size(); ++i) {
+            if (i != start)
+                out += ',';
+            const JSONMember& member = *order[i];
+            JsonText::appendQuoted(out, member.key, JsonText::Style::platform);
+            out += ':';
+            writeCompact(out, member.value, order);
+        }
+        out += '}';
+        order.resize(start);
+        return;
+    }
+    }
+}
+
+} // namespace
+
+std::optional<JSONValue> tryParse(std::string_view text) {
+    Parser parser(text);
+    JSONValue root;
+    if (!parser.parseDocument(root))
+        return std::nullopt;
+    return root;
+}
+
+JSONValue parse(std::string_view text) {
+    Parser parser(text);
+    JSONValue root;
+    if (!parser.parseDocument(root))
+        throw JSONParseError(parser.failureOffset());
+    return root;
+}
+
+std::string serialize(const JSONValue& value, std::string_view indent) {
+    std::string out;
+    writeIndented(out, value, indent, 0);
+    return out;
+}
+
+std::string serializeCompact(const JSONValue& value) {
+    std::string out;
+    std::vector<const JSONMember*> order;
+    writeCompact(out, value, order);
+    return out;
+}
+
+} // namespace OrderedJSON
+} // namespace pelmora
