@@ -34,6 +34,8 @@ path devinConfig();
 path qwenSettings();
 path copilotHooks();
 path kimiConfig();
+// The same rule under a given home folder.
+path kimiConfig(const path& home);
 path piExtension();
 
 // Creates the directory and missing parents with mode 0700; throws

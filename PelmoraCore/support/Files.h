@@ -32,8 +32,9 @@ private:
 
 namespace Files {
 
-// Reads a whole file; std::nullopt when it cannot be opened or read, or
-// when it holds more than `maxBytes`.
+// Reads a whole regular file; std::nullopt when it cannot be opened or read,
+// is not a regular file (a FIFO must not hang the reader), or holds more than
+// `maxBytes` (judged from its size before any byte is read).
 std::optional<std::string> read(const std::filesystem::path& path,
                                 std::size_t maxBytes = static_cast<std::size_t>(-1));
 

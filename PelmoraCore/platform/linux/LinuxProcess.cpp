@@ -1,0 +1,185 @@
+#include "platform/Platform.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+// The process table on Linux is /proc. This runs on every hook, so each file
+// is taken with plain read() calls into a stack buffer: no streams, no heap
+// beyond the result itself.
+namespace pelmora::platform {
+namespace {
+
+// Reads a whole small file into `buffer`; the length read, or -1 on failure
+// or when the file does not fit.
+ssize_t readSmallFile(const char* path, char* buffer, std::size_t capacity) {
+    int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return -1;
+    }
+    std::size_t used = 0;
+    while (used < capacity) {
+        ssize_t got = ::read(fd, buffer + used, capacity - used);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            ::close(fd);
+            return -1;
+        }
+        if (got == 0) {
+            ::close(fd);
+            return static_cast<ssize_t>(used);
+        }
+        used += static_cast<std::size_t>(got);
+    }
+    ::close(fd);
+    return -1;
+}
+
+template <class Integer> bool parseInteger(std::string_view text, Integer& value) {
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+// The boot time never changes while a process runs (short of the clock being
+// stepped), so it is read once per process.
+std::optional<std::int64_t> bootTime() {
+    static const std::optional<std::int64_t> cached = []() -> std::optional<std::int64_t> {
+        // /proc/stat carries a line per CPU and a long interrupt line before
+        // "btime", so its size depends on the machine: read it to the end.
+        int fd = ::open("/proc/stat", O_RDONLY | O_CLOEXEC);
+        if (fd < 0) {
+            return std::nullopt;
+        }
+        // The leading line feed lets the first line match like every other.
+        std::string contents = "\n";
+        char chunk[8192];
+        for (;;) {
+            ssize_t got = ::read(fd, chunk, sizeof chunk);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got <= 0) {
+                break;
+            }
+            contents.append(chunk, static_cast<std::size_t>(got));
+        }
+        ::close(fd);
+        std::string_view text = contents;
+        std::string_view key = "\nbtime ";
+        auto at = text.find(key);
+        if (at == std::string_view::npos) {
+            return std::nullopt;
+        }
+        text.remove_prefix(at + key.size());
+        text = text.substr(0, text.find('\n'));
+        std::int64_t seconds = 0;
+        if (!parseInteger(text, seconds)) {
+            return std::nullopt;
+        }
+        return seconds;
+    }();
+    return cached;
+}
+
+// The device number of a controlling terminal as its /dev path. Only the
+// terminals an agent can run in are named: pseudo-terminals, virtual
+// consoles and serial lines.
+std::optional<std::string> terminalPath(std::int64_t ttyNumber) {
+    if (ttyNumber == 0) {
+        return std::nullopt;
+    }
+    auto device = static_cast<dev_t>(static_cast<std::uint32_t>(ttyNumber));
+    unsigned int major = ::major(device);
+    unsigned int minor = ::minor(device);
+    if (major >= 136 && major <= 143) {
+        return "/dev/pts/" + std::to_string((major - 136) * 256 + minor);
+    }
+    if (major == 4 && minor < 64) {
+        return "/dev/tty" + std::to_string(minor);
+    }
+    if (major == 4) {
+        return "/dev/ttyS" + std::to_string(minor - 64);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<ProcessEntry> processEntry(std::int32_t pid) {
+    if (pid < 1) {
+        return std::nullopt;
+    }
+    std::string statPath = "/proc/" + std::to_string(pid) + "/stat";
+    // A stat line is a few hundred bytes: 52 numeric fields and a name of at
+    // most 16.
+    char buffer[2048];
+    ssize_t length = readSmallFile(statPath.c_str(), buffer, sizeof buffer);
+    if (length <= 0) {
+        return std::nullopt;
+    }
+    std::string_view line(buffer, static_cast<std::size_t>(length));
+
+    // The command name sits in parentheses and may itself hold ")" and
+    // spaces, so it ends at the last ")" of the line.
+    auto open = line.find('(');
+    auto close = line.rfind(')');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
+        return std::nullopt;
+    }
+    ProcessEntry entry;
+    entry.pid = pid;
+    entry.name = std::string(line.substr(open + 1, close - open - 1));
+
+    // Fields after the name, counted from the state (field 3 of the table).
+    constexpr int parentField = 4, ttyField = 7, startField = 22;
+    std::string_view rest = line.substr(close + 1);
+    int field = 2;
+    std::int64_t ttyNumber = 0;
+    std::uint64_t startTicks = 0;
+    bool haveParent = false, haveStart = false;
+    while (!rest.empty() && field < startField) {
+        auto begin = rest.find_first_not_of(" \n");
+        if (begin == std::string_view::npos) {
+            break;
+        }
+        rest.remove_prefix(begin);
+        auto end = rest.find_first_of(" \n");
+        std::string_view token = rest.substr(0, end);
+        rest.remove_prefix(token.size());
+        ++field;
+        if (field == parentField) {
+            haveParent = parseInteger(token, entry.parentPID);
+        } else if (field == ttyField) {
+            if (!parseInteger(token, ttyNumber)) {
+                ttyNumber = 0;
+            }
+        } else if (field == startField) {
+            haveStart = parseInteger(token, startTicks);
+        }
+    }
+    if (!haveParent || !haveStart) {
+        return std::nullopt;
+    }
+
+    auto boot = bootTime();
+    long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
+    if (!boot || ticksPerSecond <= 0) {
+        return std::nullopt;
+    }
+    // Whole microseconds, as the kernel process tables of other systems give.
+    auto ticks = static_cast<std::uint64_t>(ticksPerSecond);
+    std::uint64_t micros = (startTicks % ticks) * 1'000'000 / ticks;
+    entry.startTime = static_cast<double>(*boot) + static_cast<double>(startTicks / ticks) +
+                      static_cast<double>(micros) / 1e6;
+    entry.tty = terminalPath(ttyNumber);
+    return entry;
+}
+
+} // namespace pelmora::platform

@@ -1,0 +1,207 @@
+#include "support/Files.h"
+
+#include "support/Error.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace pelmora {
+
+FileDescriptor::~FileDescriptor() {
+    reset();
+}
+
+FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept : fd_(other.release()) {}
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
+    if (this != &other) {
+        reset(other.release());
+    }
+    return *this;
+}
+
+int FileDescriptor::release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+}
+
+void FileDescriptor::reset(int fd) {
+    if (fd_ >= 0 && fd_ != fd) {
+        // Retrying close() after EINTR could close a descriptor that another
+        // open() has just reused, so it is called exactly once.
+        ::close(fd_);
+    }
+    fd_ = fd;
+}
+
+namespace Files {
+namespace {
+
+std::string describe(std::string_view what, int error) {
+    return std::string(what) + ": " + std::strerror(error);
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+// Reads to the end, giving up once more than `limit` bytes have arrived.
+std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expected) {
+    std::string contents;
+    if (expected > 0 && expected <= limit) {
+        contents.reserve(expected);
+    }
+    char chunk[16384];
+    for (;;) {
+        ssize_t got = ::read(fd, chunk, sizeof chunk);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return std::nullopt;
+        }
+        if (got == 0) {
+            return contents;
+        }
+        auto count = static_cast<std::size_t>(got);
+        if (count > limit - contents.size()) {
+            return std::nullopt;
+        }
+        contents.append(chunk, count);
+    }
+}
+
+bool isDirectory(const std::filesystem::path& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+} // namespace
+
+std::optional<std::string> read(const std::filesystem::path& path, std::size_t maxBytes) {
+    // O_NONBLOCK keeps a FIFO planted under a file's name from hanging the
+    // open; such files are refused below anyway.
+    FileDescriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd.valid()) {
+        return std::nullopt;
+    }
+    struct stat info {};
+    if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size < 0) {
+        return std::nullopt;
+    }
+    auto size = static_cast<std::uint64_t>(info.st_size);
+    if (size > maxBytes) {
+        return std::nullopt;
+    }
+    return readUpTo(fd.get(), maxBytes, static_cast<std::size_t>(size));
+}
+
+std::optional<std::string> readAll(int fd) {
+    return readUpTo(fd, static_cast<std::size_t>(-1), 0);
+}
+
+std::filesystem::path temporaryPath(const std::filesystem::path& target) {
+    std::string name = ".";
+    name += target.filename().native();
+    name += '.';
+    name += std::to_string(::getpid());
+    name += ".tmp";
+    return target.parent_path() / name;
+}
+
+void atomicReplace(const std::filesystem::path& target, std::string_view bytes, mode_t mode) {
+    std::filesystem::path temporary = temporaryPath(target);
+    auto fail = [&](std::string_view what, int error) {
+        ::unlink(temporary.c_str());
+        throw Error(describe(what, error), target);
+    };
+
+    // O_NOFOLLOW: a symbolic link planted under the temporary name must not
+    // redirect the write elsewhere.
+    FileDescriptor fd(
+        ::open(temporary.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode));
+    if (!fd.valid()) {
+        fail("Cannot create temporary file", errno);
+    }
+    if (!writeAll(fd.get(), bytes)) {
+        fail("Cannot write temporary file", errno);
+    }
+    // The creation mode passes through the umask; the file's mode must not.
+    if (::fchmod(fd.get(), mode) != 0) {
+        fail("Cannot set permissions", errno);
+    }
+    if (::close(fd.release()) != 0) {
+        fail("Cannot write temporary file", errno);
+    }
+    if (::rename(temporary.c_str(), target.c_str()) != 0) {
+        fail("Cannot replace file", errno);
+    }
+}
+
+void ensureDirectory(const std::filesystem::path& path, mode_t mode) {
+    if (path.empty()) {
+        throw Error("Cannot create a directory with an empty path", path);
+    }
+    struct stat info {};
+    if (::stat(path.c_str(), &info) == 0) {
+        if (S_ISDIR(info.st_mode)) {
+            return;
+        }
+        throw Error(describe("Cannot create directory", ENOTDIR), path);
+    }
+    if (errno != ENOENT) {
+        throw Error(describe("Cannot create directory", errno), path);
+    }
+    std::filesystem::path parent = path.parent_path();
+    if (!parent.empty() && parent != path) {
+        ensureDirectory(parent, mode);
+    }
+    if (::mkdir(path.c_str(), mode) != 0) {
+        int error = errno;
+        // Another process may have created it between the check and here.
+        if (error == EEXIST && isDirectory(path)) {
+            return;
+        }
+        throw Error(describe("Cannot create directory", error), path);
+    }
+    // mkdir's mode passes through the umask; a new folder gets exactly `mode`.
+    ::chmod(path.c_str(), mode);
+}
+
+ExclusiveLock::ExclusiveLock(const std::filesystem::path& lockPath)
+    : fd_(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    if (!fd_.valid()) {
+        throw Error(describe("Cannot open lock file", errno), lockPath);
+    }
+    while (::flock(fd_.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            throw Error(describe("Cannot lock", errno), lockPath);
+        }
+    }
+}
+
+ExclusiveLock::~ExclusiveLock() {
+    if (fd_.valid()) {
+        ::flock(fd_.get(), LOCK_UN);
+    }
+}
+
+} // namespace Files
+} // namespace pelmora
