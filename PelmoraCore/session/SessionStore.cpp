@@ -1,0 +1,185 @@
+#include "session/SessionStore.h"
+
+#include "hook/PelmoraPaths.h"
+#include "platform/Platform.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+#include "json/OrderedJSON.h"
+#include <chrono>
+#include <system_error>
+#include <utility>
+
+namespace pelmora::SessionStore {
+
+namespace {
+
+// Foundation's distant past (year 1), so an unknown date never equals a real one.
+constexpr double distantPast = -62135596800.0;
+
+path lockPath(const path& url) {
+    path lock = url;
+    lock += ".lock";
+    return lock;
+}
+
+// Letters and digits of any script stay, so ids stay readable; everything
+// else, path separators included, becomes one "_" per scalar.
+void appendSanitised(std::string& out, std::string_view sessionID) {
+    std::size_t offset = 0;
+    while (offset < sessionID.size()) {
+        const std::size_t start = offset;
+        const char32_t scalar = Text::decodeScalar(sessionID, offset);
+        if (scalar == U'-' || scalar == U'_' || Text::isLetter(scalar) || Text::isNumber(scalar)) {
+            out.append(sessionID.substr(start, offset - start));
+        } else {
+            out.push_back('_');
+        }
+    }
+}
+
+double secondsSince1970(std::filesystem::file_time_type time) {
+    const auto system = std::chrono::file_clock::to_sys(time);
+    return std::chrono::duration<double>(system.time_since_epoch()).count();
+}
+
+LoadResult loadBytes(std::optional<std::string> bytes, const path& url) {
+    if (!bytes) {
+        return LoadResult::corrupt(url);
+    }
+    std::optional<JSONValue> json = OrderedJSON::tryParse(*bytes);
+    if (!json) {
+        return LoadResult::corrupt(url);
+    }
+    // Another writer's format is left alone rather than reported as damage.
+    if (const JSONValue* version = json->find("schemaVersion")) {
+        const std::optional<std::int64_t> number = version->integerValue();
+        if (number && *number != SessionRecord::currentSchema) {
+            return LoadResult::unsupported(url);
+        }
+    }
+    std::optional<SessionRecord> record = SessionRecord::fromJSON(*json);
+    if (!record) {
+        return LoadResult::corrupt(url);
+    }
+    return LoadResult::ok(std::move(*record), url);
+}
+
+} // namespace
+
+LoadResult LoadResult::ok(SessionRecord record, path url) {
+    return LoadResult{Kind::ok, std::move(url), std::move(record)};
+}
+
+LoadResult LoadResult::unsupported(path url) {
+    return LoadResult{Kind::unsupported, std::move(url), std::nullopt};
+}
+
+LoadResult LoadResult::corrupt(path url) {
+    return LoadResult{Kind::corrupt, std::move(url), std::nullopt};
+}
+
+path fileURL(Source source, std::string_view sessionID, const path& directory) {
+    const std::string_view prefix = rawValue(source);
+    std::string name;
+    name.reserve(prefix.size() + sessionID.size() + 6);
+    name.append(prefix);
+    name.push_back('-');
+    appendSanitised(name, sessionID);
+    name.append(".json");
+    return directory / name;
+}
+
+void update(Source source, std::string_view sessionID, const path& directory,
+            const std::function<void(std::optional<SessionRecord>&)>& body) {
+    PelmoraPaths::ensureDirectory(directory);
+    const path url = fileURL(source, sessionID, directory);
+    // Held across read, body and write so that concurrent hooks of one
+    // session never lose each other's change; released on every way out.
+    const Files::ExclusiveLock lock(lockPath(url));
+
+    // A missing or damaged file simply starts over: the next write replaces it.
+    std::optional<SessionRecord> current;
+    if (std::optional<std::string> bytes = Files::read(url)) {
+        current = SessionRecord::decode(*bytes);
+    }
+    body(current);
+    if (current) {
+        write(*current, url);
+    }
+}
+
+void write(const SessionRecord& record, const path& url) {
+    Files::atomicReplace(url, record.encode(), 0600);
+}
+
+LoadResult load(const path& url) {
+    return loadBytes(Files::read(url), url);
+}
+
+std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
+    std::vector<LoadResult> results;
+    std::error_code error;
+    std::filesystem::directory_iterator entries(directory, error);
+    if (error) {
+        cache.entries.clear();
+        return results;
+    }
+
+    LoadCache fresh;
+    const std::filesystem::directory_iterator end;
+    for (; entries != end; entries.increment(error)) {
+        if (error) {
+            break;
+        }
+        const std::filesystem::directory_entry& entry = *entries;
+        const path& url = entry.path();
+        // Lock files (".lock") and interrupted writes (".tmp") fall out here.
+        if (url.extension() != ".json") {
+            continue;
+        }
+
+        std::error_code statError;
+        const std::filesystem::file_time_type time = entry.last_write_time(statError);
+        const double modified = statError ? distantPast : secondsSince1970(time);
+        const std::uintmax_t length = entry.file_size(statError);
+        const std::int64_t size = statError ? 0 : static_cast<std::int64_t>(length);
+
+        // The old entry moves over whole when the file looks unchanged, so a
+        // quiet rescan neither reads nor allocates per file.
+        auto node = cache.entries.extract(url);
+        if (!node.empty() && node.mapped().modified == modified && node.mapped().size == size) {
+            results.push_back(node.mapped().result);
+            fresh.entries.insert(std::move(node));
+            continue;
+        }
+
+        // The limit also covers a file that grew after it was measured.
+        LoadResult result = size > static_cast<std::int64_t>(maxFileSize)
+                                ? LoadResult::corrupt(url)
+                                : loadBytes(Files::read(url, maxFileSize), url);
+        results.push_back(result);
+        fresh.entries.insert_or_assign(url, LoadCache::Entry{modified, size, std::move(result)});
+    }
+    cache = std::move(fresh);
+    return results;
+}
+
+std::vector<LoadResult> loadAll(const path& directory) {
+    LoadCache cache;
+    return loadAll(directory, cache);
+}
+
+void remove(const SessionRecord& record, const path& directory) {
+    const path url = fileURL(record.source, record.sessionID, directory);
+    std::error_code ignored;
+    std::filesystem::remove(url, ignored);
+    std::filesystem::remove(lockPath(url), ignored);
+}
+
+void postChangeNotification() {
+    // The name is a string literal, so its bytes end in a NUL.
+    platform::postNotification(PelmoraPaths::darwinNotification.data());
+}
+
+} // namespace pelmora::SessionStore
