@@ -2,9 +2,11 @@
 
 #include "support/Text.h"
 
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <pcre2.h>
 
 namespace pelmora {
@@ -21,6 +23,13 @@ constexpr std::uint32_t depthLimit = 1'000'000;
 constexpr std::uint32_t heapLimitKiB = 64 * 1024;
 constexpr std::size_t jitStackStart = 32 * 1024;
 constexpr std::size_t jitStackMax = 16 * 1024 * 1024;
+
+// JIT compilation costs far more than the interpreter spends on a short
+// subject, and the hook matches a handful of one-line texts once per process.
+// A pattern is JIT-compiled only when it meets a long subject, or once it has
+// proved to be in steady use, so short-lived processes never pay for it.
+constexpr std::size_t jitSubjectSize = 4096;
+constexpr std::uint32_t jitAfterSearches = 256;
 
 // ICU reads patterns and subjects as Unicode: \w \d \s \b by Unicode
 // properties, and a subject that is not valid UTF-8 is still searched.
@@ -48,19 +57,47 @@ PCRE2_SPTR subjectPointer(std::string_view subject) {
 }
 
 // The compiled code and the settings every search runs with; Regex::Compiled
-// is this, under the name the header reserves.
+// is this, under the name the header reserves. The JIT-compiled copy is made
+// at most once and published whole, so a search in another thread sees
+// either no JIT code or finished JIT code, never code being compiled.
 struct CompiledPattern {
     pcre2_code* code = nullptr;
     pcre2_match_context* context = nullptr;
     std::uint32_t groupCount = 0;
-    bool jit = false;
+    std::atomic<pcre2_code*> jitCode{nullptr};
+    std::atomic<std::uint32_t> searches{0};
+    std::once_flag jitOnce;
 
     CompiledPattern() = default;
     CompiledPattern(const CompiledPattern&) = delete;
     CompiledPattern& operator=(const CompiledPattern&) = delete;
     ~CompiledPattern() {
         pcre2_match_context_free(context);
+        pcre2_code_free(jitCode.load());
         pcre2_code_free(code);
+    }
+
+    // The code to search `subject` with: the JIT copy when there is one or
+    // when this search makes it worth making, else the interpreted code.
+    const pcre2_code* codeFor(std::string_view subject) {
+        if (pcre2_code* compiledJit = jitCode.load(std::memory_order_acquire)) {
+            return compiledJit;
+        }
+        if (subject.size() >= jitSubjectSize ||
+            searches.fetch_add(1, std::memory_order_relaxed) + 1 >= jitAfterSearches) {
+            std::call_once(jitOnce, [this] {
+                pcre2_code* copy = pcre2_code_copy(code);
+                if (copy != nullptr && pcre2_jit_compile(copy, PCRE2_JIT_COMPLETE) == 0) {
+                    jitCode.store(copy, std::memory_order_release);
+                } else {
+                    pcre2_code_free(copy); // no JIT here: the interpreter serves
+                }
+            });
+            if (pcre2_code* compiledJit = jitCode.load(std::memory_order_acquire)) {
+                return compiledJit;
+            }
+        }
+        return code;
     }
 };
 
@@ -113,12 +150,12 @@ private:
 
 // One bounded search from `start`. Any failure, a limit hit included, reads as
 // "no match": the callers then stop and leave the rest of the subject alone.
-bool search(const CompiledPattern& compiled, const MatchData& data, std::string_view subject,
-            std::size_t start, const PCRE2_SIZE*& ovector) {
+bool search(const CompiledPattern& compiled, const pcre2_code* code, const MatchData& data,
+            std::string_view subject, std::size_t start, const PCRE2_SIZE*& ovector) {
     if (data.get() == nullptr || start > subject.size()) {
         return false;
     }
-    const int result = pcre2_match(compiled.code, subjectPointer(subject), subject.size(), start, 0,
+    const int result = pcre2_match(code, subjectPointer(subject), subject.size(), start, 0,
                                    data.get(), compiled.context);
     if (result <= 0) {
         return false;
@@ -162,11 +199,12 @@ std::optional<std::size_t> nextStart(std::string_view subject, const PCRE2_SIZE*
 
 // Applies every match from the left, handing each to `visit`.
 template <class Visit>
-void forEachMatch(const CompiledPattern& compiled, std::string_view subject, Visit visit) {
-    const MatchData data(compiled.groupCount + 1, compiled.jit);
+void forEachMatch(CompiledPattern& compiled, std::string_view subject, Visit visit) {
+    const pcre2_code* code = compiled.codeFor(subject);
+    const MatchData data(compiled.groupCount + 1, code != compiled.code);
     const PCRE2_SIZE* ovector = nullptr;
     std::optional<std::size_t> start = 0;
-    while (start && search(compiled, data, subject, *start, ovector)) {
+    while (start && search(compiled, code, data, subject, *start, ovector)) {
         visit(ovector);
         start = nextStart(subject, ovector);
     }
@@ -237,13 +275,11 @@ bool compileInto(CompiledPattern& compiled, std::string_view pattern) {
         return false;
     }
     pcre2_pattern_info(compiled.code, PCRE2_INFO_CAPTURECOUNT, &compiled.groupCount);
-    compiled.jit = pcre2_jit_compile(compiled.code, PCRE2_JIT_COMPLETE) == 0;
     pcre2_set_match_limit(compiled.context, matchLimit);
     pcre2_set_depth_limit(compiled.context, depthLimit);
     pcre2_set_heap_limit(compiled.context, heapLimitKiB);
-    if (compiled.jit) {
-        pcre2_jit_stack_assign(compiled.context, threadJitStack, nullptr);
-    }
+    // Only JIT searches call for the stack; the interpreter ignores it.
+    pcre2_jit_stack_assign(compiled.context, threadJitStack, nullptr);
     return true;
 }
 
@@ -270,15 +306,17 @@ std::unique_ptr<const Regex> Regex::tryCompile(std::string_view pattern) {
 Regex::~Regex() = default;
 
 bool Regex::matches(std::string_view subject) const {
-    const MatchData data(compiled_->groupCount + 1, compiled_->jit);
+    const pcre2_code* code = compiled_->codeFor(subject);
+    const MatchData data(compiled_->groupCount + 1, code != compiled_->code);
     const PCRE2_SIZE* ovector = nullptr;
-    return search(*compiled_, data, subject, 0, ovector);
+    return search(*compiled_, code, data, subject, 0, ovector);
 }
 
 std::optional<Regex::Match> Regex::firstMatch(std::string_view subject, std::size_t start) const {
-    const MatchData data(compiled_->groupCount + 1, compiled_->jit);
+    const pcre2_code* code = compiled_->codeFor(subject);
+    const MatchData data(compiled_->groupCount + 1, code != compiled_->code);
     const PCRE2_SIZE* ovector = nullptr;
-    if (!search(*compiled_, data, subject, start, ovector)) {
+    if (!search(*compiled_, code, data, subject, start, ovector)) {
         return std::nullopt;
     }
     return makeMatch(ovector, compiled_->groupCount);
