@@ -1,10 +1,11 @@
 #include "platform/Platform.h"
 
 #include <cerrno>
-#include <pwd.h>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <vector>
 
 namespace pelmora::platform {
 
@@ -19,23 +20,50 @@ ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count) {
     return ::send(socketFD, bytes, count, MSG_NOSIGNAL);
 }
 
+// The local password database, read directly: the hook links statically,
+// and glibc's lookup in a static program would consult nsswitch.conf and try
+// the name-service daemon on every run for an answer that lives here.
 std::filesystem::path homeDirectory() {
-    long suggested = ::sysconf(_SC_GETPW_R_SIZE_MAX);
-    std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 4096);
+    int fd = ::open("/etc/passwd", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        return "/";
+    }
+    std::string contents;
+    char buffer[16384];
     for (;;) {
-        struct passwd entry {};
-        struct passwd* found = nullptr;
-        int error = ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found);
-        if (error == ERANGE && buffer.size() < (1u << 20)) {
-            buffer.resize(buffer.size() * 2);
+        ssize_t got = ::read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR) {
             continue;
         }
-        if (error != 0 || found == nullptr || found->pw_dir == nullptr ||
-            found->pw_dir[0] == '\0') {
-            return "/";
+        if (got <= 0) {
+            break;
         }
-        return found->pw_dir;
+        contents.append(buffer, static_cast<std::size_t>(got));
     }
+    ::close(fd);
+
+    // name:password:uid:gid:gecos:home:shell
+    const std::string uid = std::to_string(::getuid());
+    std::string_view rest = contents;
+    while (!rest.empty()) {
+        std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        std::string_view fields[7];
+        std::size_t count = 0;
+        while (count < 7) {
+            std::size_t colon = line.find(':');
+            fields[count++] = line.substr(0, colon);
+            if (colon == std::string_view::npos) {
+                break;
+            }
+            line.remove_prefix(colon + 1);
+        }
+        if (count >= 6 && fields[2] == uid && !fields[5].empty()) {
+            return std::filesystem::path(fields[5]);
+        }
+    }
+    return "/";
 }
 
 std::uint32_t userID() {
