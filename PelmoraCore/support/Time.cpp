@@ -161,7 +161,7 @@ std::string formatISO8601(double seconds) {
         --days;
     }
     CivilDate date = civilFromDays(days);
-    char buffer[32];
+    char buffer[96]; // room for any int64 the compiler can imagine
     std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02uT%02lld:%02lld:%02lldZ",
                   static_cast<long long>(date.year), date.month, date.day,
                   static_cast<long long>(rest / 3600), static_cast<long long>(rest / 60 % 60),
