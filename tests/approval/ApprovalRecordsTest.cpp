@@ -20,7 +20,12 @@ std::optional<std::vector<Question>> parse(std::string_view text) {
 std::string options(int count) {
     std::string text = "[";
     for (int i = 0; i < count; ++i) {
-        text += (i ? "," : "") + std::string(R"({"label":"o)") + std::to_string(i) + "\"}";
+        if (i > 0) {
+            text += ",";
+        }
+        text += R"({"label":"o)";
+        text += std::to_string(i);
+        text += "\"}";
     }
     return text + "]";
 }
@@ -28,8 +33,9 @@ std::string options(int count) {
 std::string questions(int count, int optionCount) {
     std::string text = "[";
     for (int i = 0; i < count; ++i) {
-        text += (i ? "," : "") + std::string(R"({"question":"q)") + std::to_string(i) +
-                R"(","options":)" + options(optionCount) + "}";
+        text += i > 0 ? "," : "";
+        text += std::string(R"({"question":"q)") + std::to_string(i) + R"(","options":)" +
+                options(optionCount) + "}";
     }
     return text + "]";
 }

@@ -241,7 +241,7 @@ TEST(ApprovalExchange, OnlyAgentsThatCanBeAnsweredAreAsked) {
         R"({"hook_event_name":"PermissionRequest","session_id":"f","cwd":"/w",)"
         R"("tool_name":"AskUserQuestion","tool_input":{"questions":[)";
     for (int i = 0; i < 5; ++i) {
-        fiveQuestions += std::string(i ? "," : "") + R"({"question":"Q)" + std::to_string(i) +
+        fiveQuestions += std::string(i > 0 ? "," : "") + R"({"question":"Q)" + std::to_string(i) +
                          R"(?","options":[{"label":"yes"}]})";
     }
     fiveQuestions += "]}}";

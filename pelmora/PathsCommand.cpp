@@ -1,0 +1,46 @@
+// `pelmora paths`: every location the system uses, as "name: path" lines
+// that a script can pick apart with cut or sed.
+
+#include "Commands.h"
+#include "hook/PelmoraPaths.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <utility>
+
+namespace pelmora::cli {
+
+int runPaths(const Arguments& arguments) {
+    if (!arguments.empty()) {
+        return usageError("paths: unexpected argument '" + std::string(arguments.front()) + "'");
+    }
+    namespace P = PelmoraPaths;
+    // Named as in the code, so a line can be traced to the one place that spells it.
+    const std::pair<const char*, std::filesystem::path> locations[] = {
+        {"supportDirectory", P::supportDirectory()},
+        {"sessionsDirectory", P::sessionsDirectory()},
+        {"logsDirectory", P::logsDirectory()},
+        {"backupsDirectory", P::backupsDirectory()},
+        {"binDirectory", P::binDirectory()},
+        {"installedHookBinary", P::installedHookBinary()},
+        {"installedCLIBinary", P::installedCLIBinary()},
+        {"approvalSocket", P::approvalSocket()},
+        {"alertSocket", P::alertSocket()},
+        {"claudeSettings", P::claudeSettings()},
+        {"codexHooks", P::codexHooks()},
+        {"grokHooks", P::grokHooks()},
+        {"commandCodeSettings", P::commandCodeSettings()},
+        {"devinConfig", P::devinConfig()},
+        {"qwenSettings", P::qwenSettings()},
+        {"copilotHooks", P::copilotHooks()},
+        {"kimiConfig", P::kimiConfig()},
+        {"piExtension", P::piExtension()},
+    };
+    for (const auto& [name, location] : locations) {
+        std::printf("%s: %s\n", name, location.c_str());
+    }
+    return 0;
+}
+
+} // namespace pelmora::cli
