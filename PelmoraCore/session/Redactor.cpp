@@ -527,11 +527,12 @@ std::optional<Regex::Match> matchAt(const Regex& regex, std::string_view text,
 
 using NextCandidate = std::optional<Candidate> (*)(std::string_view, std::size_t);
 
-// Every match of `regex` from the left, as replacing all of them over the
-// whole text would find them, each handed to `replace` for its new text.
-template <class Replace>
-std::string rewriting(std::string_view text, const Regex& regex, NextCandidate next,
-                      Replace replace) {
+// Every match of the pattern from the left, as replacing all of them over the
+// whole text would find them, each handed to `replace` for its new text. The
+// pattern is fetched (and so compiled) only once a candidate turns up: most
+// texts give most rules none, and compiling costs more than redacting.
+template <class GetRegex, class Replace>
+std::string rewriting(std::string_view text, GetRegex regex, NextCandidate next, Replace replace) {
     std::string result;
     std::size_t copied = 0;
     std::size_t from = 0;
@@ -541,7 +542,7 @@ std::string rewriting(std::string_view text, const Regex& regex, NextCandidate n
         if (!candidate) {
             break;
         }
-        const std::optional<Regex::Match> match = matchAt(regex, text, *candidate);
+        const std::optional<Regex::Match> match = matchAt(regex(), text, *candidate);
         if (!match) {
             break;
         }
@@ -661,7 +662,7 @@ std::string applyRule(std::size_t index, std::string_view text) {
     }
     const std::string_view replacement = rules[index].replacement;
     return rewriting(
-        text, ruleRegex(index), ruleScanner(index),
+        text, [index]() -> const Regex& { return ruleRegex(index); }, ruleScanner(index),
         [replacement](std::string& out, std::string_view subject, const Regex::Match& match) {
             appendExpanded(out, subject, match, replacement);
         });
@@ -670,7 +671,7 @@ std::string applyRule(std::size_t index, std::string_view text) {
 std::string maskTokens(std::string_view text) {
     // The matches never overlap, so rewriting them from the left gives what
     // replacing them from the last to the first does.
-    return rewriting(text, tokenRegex(), nextToken,
+    return rewriting(text, tokenRegex, nextToken,
                      [](std::string& out, std::string_view subject, const Regex::Match& match) {
                          const std::string_view token =
                              subject.substr(match.whole.begin, match.whole.end - match.whole.begin);
