@@ -1,4 +1,4 @@
-#include "ProcessRunner.h"
+#include "common/ProcessRunner.h"
 #include "session/SessionStore.h"
 #include "support/Files.h"
 
@@ -18,13 +18,13 @@
 namespace pelmora {
 namespace {
 
-using clitest::Child;
-using clitest::Finished;
-using clitest::TempHome;
+using testing::Child;
+using testing::Finished;
+using testing::TempHome;
 
 // Starts the stand-in and waits until it listens, as a script would.
 std::unique_ptr<Child> startStandIn(const TempHome& home, std::vector<std::string> options) {
-    std::vector<std::string> arguments{clitest::cliBinary(), "approvals"};
+    std::vector<std::string> arguments{testing::cliBinary(), "approvals"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     auto child = std::make_unique<Child>(arguments, home.environment());
     EXPECT_EQ(child->readLine(10), "listening on " + home.socket().string());
@@ -33,9 +33,9 @@ std::unique_ptr<Child> startStandIn(const TempHome& home, std::vector<std::strin
 
 Finished runHook(const TempHome& home, std::string event, std::vector<std::string> arguments,
                  std::map<std::string, std::string> environment = {}) {
-    arguments.insert(arguments.begin(), clitest::hookBinary());
+    arguments.insert(arguments.begin(), testing::hookBinary());
     environment.merge(home.environment());
-    return clitest::run(arguments, environment, std::move(event));
+    return testing::run(arguments, environment, std::move(event));
 }
 
 FileDescriptor connectTo(const std::filesystem::path& path) {
@@ -167,9 +167,9 @@ TEST(ApprovalsCommand, SkipsBadLinesAndCountsOnlyAnsweredRequests) {
 
 TEST(ApprovalsCommand, TimesOutQuietlyAndRefusesWhatIsNotItsToReplace) {
     TempHome home;
-    const std::vector<std::string> standIn{clitest::cliBinary(), "approvals", "--answer", "ask",
+    const std::vector<std::string> standIn{testing::cliBinary(), "approvals", "--answer", "ask",
                                            "--timeout",          "0.2"};
-    const Finished idle = clitest::run(standIn, home.environment());
+    const Finished idle = testing::run(standIn, home.environment());
     EXPECT_FALSE(idle.killed);
     EXPECT_EQ(idle.exitStatus, 0);
     EXPECT_NE(idle.err.find("0 of 1"), std::string::npos) << idle.err;
@@ -177,7 +177,7 @@ TEST(ApprovalsCommand, TimesOutQuietlyAndRefusesWhatIsNotItsToReplace) {
 
     // A live listener is another app's socket, and a plain file is the user's.
     auto first = startStandIn(home, {"--answer", "allow", "--timeout", "30"});
-    const Finished second = clitest::run(standIn, home.environment());
+    const Finished second = testing::run(standIn, home.environment());
     EXPECT_EQ(second.exitStatus, 1);
     EXPECT_NE(second.err.find("already answering"), std::string::npos) << second.err;
     EXPECT_EQ(exchange(home.socket(), R"({"id":"B","source":"claude","sessionID":"s","cwd":"/"})"
@@ -187,7 +187,7 @@ TEST(ApprovalsCommand, TimesOutQuietlyAndRefusesWhatIsNotItsToReplace) {
     EXPECT_EQ(first->finish().exitStatus, 0);
 
     Files::atomicReplace(home.socket(), "keep me", 0600);
-    const Finished refused = clitest::run(standIn, home.environment());
+    const Finished refused = testing::run(standIn, home.environment());
     EXPECT_EQ(refused.exitStatus, 1);
     EXPECT_NE(refused.err.find("not a socket"), std::string::npos) << refused.err;
     EXPECT_EQ(Files::read(home.socket()), "keep me");
@@ -197,9 +197,9 @@ TEST(ApprovalsCommand, TimesOutQuietlyAndRefusesWhatIsNotItsToReplace) {
                                                   {"--answer", "deny", "--timeout", "soon"},
                                                   {"--message", "why"},
                                                   {"--answer"}}) {
-        std::vector<std::string> arguments{clitest::cliBinary(), "approvals"};
+        std::vector<std::string> arguments{testing::cliBinary(), "approvals"};
         arguments.insert(arguments.end(), wrong.begin(), wrong.end());
-        const Finished result = clitest::run(arguments, home.environment());
+        const Finished result = testing::run(arguments, home.environment());
         EXPECT_EQ(result.exitStatus, 2) << wrong.back();
         EXPECT_NE(result.err.find("pelmora help"), std::string::npos) << result.err;
     }

@@ -1,4 +1,4 @@
-#include "ProcessRunner.h"
+#include "common/ProcessRunner.h"
 
 #include <gtest/gtest.h>
 #include <regex>
@@ -7,24 +7,24 @@
 namespace pelmora {
 namespace {
 
-using clitest::Finished;
-using clitest::TempHome;
+using testing::Finished;
+using testing::TempHome;
 
 TEST(CommandLine, UsageGoesToStdoutWhenAskedAndToStderrForAMistake) {
     TempHome home;
     for (const char* asked : {"help", "--help", ""}) {
-        std::vector<std::string> arguments{clitest::cliBinary()};
+        std::vector<std::string> arguments{testing::cliBinary()};
         if (asked[0] != '\0') {
             arguments.emplace_back(asked);
         }
-        const Finished result = clitest::run(arguments, home.environment());
+        const Finished result = testing::run(arguments, home.environment());
         EXPECT_EQ(result.exitStatus, 0) << asked;
         EXPECT_EQ(result.out.rfind("usage: pelmora <command>", 0), 0u) << result.out;
         EXPECT_EQ(result.err, "");
     }
 
     const Finished unknown =
-        clitest::run({clitest::cliBinary(), "frobnicate", "--now"}, home.environment());
+        testing::run({testing::cliBinary(), "frobnicate", "--now"}, home.environment());
     EXPECT_EQ(unknown.exitStatus, 2);
     EXPECT_EQ(unknown.out, "");
     EXPECT_EQ(unknown.err.rfind("pelmora: unknown command 'frobnicate'\n", 0), 0u) << unknown.err;
@@ -34,7 +34,7 @@ TEST(CommandLine, UsageGoesToStdoutWhenAskedAndToStderrForAMistake) {
 
 TEST(CommandLine, PathsFollowTheSupportDirectory) {
     TempHome home;
-    const Finished result = clitest::run({clitest::cliBinary(), "paths"}, home.environment());
+    const Finished result = testing::run({testing::cliBinary(), "paths"}, home.environment());
     EXPECT_EQ(result.exitStatus, 0);
     const std::string root = home.path().string();
     for (const std::string& expected :
@@ -46,7 +46,7 @@ TEST(CommandLine, PathsFollowTheSupportDirectory) {
     // Every line is "name: absolute path", so scripts can cut it apart.
     EXPECT_TRUE(std::regex_match(result.out, std::regex("([A-Za-z]+: /[^\n]*\n)+"))) << result.out;
 
-    EXPECT_EQ(clitest::run({clitest::cliBinary(), "paths", "extra"}, home.environment()).exitStatus,
+    EXPECT_EQ(testing::run({testing::cliBinary(), "paths", "extra"}, home.environment()).exitStatus,
               2);
 }
 

@@ -1,4 +1,4 @@
-#include "ProcessRunner.h"
+#include "common/ProcessRunner.h"
 #include "session/SessionRecord.h"
 #include "session/SessionStore.h"
 #include "support/Files.h"
@@ -13,8 +13,8 @@
 namespace pelmora {
 namespace {
 
-using clitest::Finished;
-using clitest::TempHome;
+using testing::Finished;
+using testing::TempHome;
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
@@ -36,9 +36,9 @@ int lineWith(const std::vector<std::string>& all, std::string_view needle) {
 }
 
 Finished sessions(const TempHome& home, std::vector<std::string> extra = {}) {
-    std::vector<std::string> arguments{clitest::cliBinary(), "sessions"};
+    std::vector<std::string> arguments{testing::cliBinary(), "sessions"};
     arguments.insert(arguments.end(), extra.begin(), extra.end());
-    Finished result = clitest::run(arguments, home.environment());
+    Finished result = testing::run(arguments, home.environment());
     EXPECT_FALSE(result.killed);
     EXPECT_EQ(result.exitStatus, 0) << result.err;
     return result;
@@ -168,7 +168,7 @@ TEST(SessionsCommand, NoSessionsWhenTheDirectoryIsMissingOrEmpty) {
     EXPECT_EQ(sessions(home).out, "No sessions.\n");
 
     const Finished wrong =
-        clitest::run({clitest::cliBinary(), "sessions", "--all"}, home.environment());
+        testing::run({testing::cliBinary(), "sessions", "--all"}, home.environment());
     EXPECT_EQ(wrong.exitStatus, 2);
     EXPECT_NE(wrong.err.find("unknown option '--all'"), std::string::npos) << wrong.err;
 }

@@ -1,4 +1,4 @@
-#include "HookRunner.h"
+#include "HookRun.h"
 #include "session/SessionStore.h"
 #include "support/Files.h"
 

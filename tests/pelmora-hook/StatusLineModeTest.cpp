@@ -1,4 +1,4 @@
-#include "HookRunner.h"
+#include "HookRun.h"
 #include "support/Files.h"
 
 #include "json/OrderedJSON.h"

@@ -1,4 +1,4 @@
-#include "ProcessRunner.h"
+#include "common/ProcessRunner.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,12 +11,14 @@
 #include <signal.h>
 #include <spawn.h>
 #include <stdexcept>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 extern char** environ;
 
-namespace pelmora::clitest {
+namespace pelmora::testing {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -46,10 +48,18 @@ void makePipe(FileDescriptor& readEnd, FileDescriptor& writeEnd) {
 std::vector<std::string> childEnvironment(const std::map<std::string, std::string>& extra) {
     // Variables that would change the source, the support directory or the
     // output style of the programs under test.
-    static const std::set<std::string, std::less<>> dropped = {
-        "PELMORA_HOME",      "GROK_HOOK_EVENT",  "COMMANDCODE_HOOK_EVENT",
-        "DEVIN_PROJECT_DIR", "QWEN_PROJECT_DIR", "CURSOR_PROJECT_DIR",
-        "NO_COLOR",          "TERM_SESSION_ID",  "ITERM_SESSION_ID"};
+    static const std::set<std::string, std::less<>> dropped = {"PELMORA_HOME",
+                                                               "GROK_HOOK_EVENT",
+                                                               "COMMANDCODE_HOOK_EVENT",
+                                                               "DEVIN_PROJECT_DIR",
+                                                               "QWEN_PROJECT_DIR",
+                                                               "CURSOR_PROJECT_DIR",
+                                                               "NO_COLOR",
+                                                               "TERM_PROGRAM",
+                                                               "TERM_SESSION_ID",
+                                                               "ITERM_SESSION_ID",
+                                                               "TMUX",
+                                                               "__CFBundleIdentifier"};
     std::vector<std::string> entries;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         const std::string_view text = *entry;
@@ -67,7 +77,7 @@ std::vector<std::string> childEnvironment(const std::map<std::string, std::strin
 } // namespace
 
 TempHome::TempHome() {
-    std::string pattern = "/tmp/pelmora-cli-XXXXXX";
+    std::string pattern = "/tmp/pelmora-test-XXXXXX";
     if (::mkdtemp(pattern.data()) == nullptr) {
         throw std::runtime_error("mkdtemp failed");
     }
@@ -84,8 +94,9 @@ std::map<std::string, std::string> TempHome::environment() const {
 }
 
 Child::Child(const std::vector<std::string>& arguments,
-             const std::map<std::string, std::string>& environment, std::string input)
-    : input_(std::move(input)) {
+             const std::map<std::string, std::string>& environment, std::string input,
+             bool keepInputOpen)
+    : input_(std::move(input)), keepInputOpen_(keepInputOpen), started_(Clock::now()) {
     // A child that exits before reading its input must not take the test along.
     ::signal(SIGPIPE, SIG_IGN);
 
@@ -121,7 +132,7 @@ Child::Child(const std::vector<std::string>& arguments,
                                  std::strerror(failed));
     }
     ::fcntl(in_.get(), F_SETFL, O_NONBLOCK);
-    if (input_.empty()) {
+    if (input_.empty() && !keepInputOpen_) {
         in_.reset();
     }
 }
@@ -138,7 +149,7 @@ void Child::pump(int timeoutMilliseconds) {
     pollfd entries[3];
     FileDescriptor* owners[3];
     nfds_t count = 0;
-    if (in_.valid()) {
+    if (in_.valid() && written_ < input_.size()) {
         entries[count] = {in_.get(), POLLOUT, 0};
         owners[count++] = &in_;
     }
@@ -147,9 +158,6 @@ void Child::pump(int timeoutMilliseconds) {
             entries[count] = {fd->get(), POLLIN, 0};
             owners[count++] = fd;
         }
-    }
-    if (count == 0) {
-        return;
     }
     if (::poll(entries, count, timeoutMilliseconds) <= 0) {
         return;
@@ -164,7 +172,9 @@ void Child::pump(int timeoutMilliseconds) {
             if (sent > 0) {
                 written_ += static_cast<std::size_t>(sent);
             }
-            if ((sent < 0 && errno != EAGAIN && errno != EINTR) || written_ == input_.size()) {
+            if (sent < 0 && errno != EAGAIN && errno != EINTR) {
+                in_.reset();
+            } else if (written_ == input_.size() && !keepInputOpen_) {
                 in_.reset();
             }
             continue;
@@ -194,6 +204,19 @@ std::optional<std::string> Child::readLine(double seconds) {
         }
         pump(millisecondsUntil(deadline));
     }
+}
+
+bool Child::stillRunningAfter(double seconds) {
+    const Clock::time_point deadline = after(seconds);
+    while (outputOpen() && Clock::now() < deadline) {
+        pump(millisecondsUntil(deadline));
+    }
+    return outputOpen();
+}
+
+void Child::closeInput() {
+    keepInputOpen_ = false;
+    in_.reset();
 }
 
 Finished Child::finish(double seconds) {
@@ -228,6 +251,7 @@ Finished Child::finish(double seconds) {
     }
     result.out = outBuffer_;
     result.err = errBuffer_;
+    result.seconds = std::chrono::duration<double>(Clock::now() - started_).count();
     return result;
 }
 
@@ -238,12 +262,74 @@ Finished run(const std::vector<std::string>& arguments,
     return child.finish(seconds);
 }
 
-std::string cliBinary() {
-    return PELMORA_CLI_BINARY;
+void sendAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t sent = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (sent < 0 && errno == EINTR) {
+            continue;
+        }
+        if (sent <= 0) {
+            return;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(sent));
+    }
 }
 
-std::string hookBinary() {
-    return PELMORA_HOOK_BINARY;
+StandInApp::StandInApp(const std::filesystem::path& socketPath, Behaviour behaviour)
+    : behaviour_(std::move(behaviour)) {
+    listener_.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string path = socketPath.string();
+    if (path.size() >= sizeof address.sun_path) {
+        throw std::runtime_error("socket path too long for the stand-in app");
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    ::unlink(path.c_str());
+    if (::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener_.get(), 64) != 0) {
+        throw std::runtime_error("cannot listen on " + path);
+    }
+    thread_ = std::thread([this] { serve(); });
 }
 
-} // namespace pelmora::clitest
+StandInApp::~StandInApp() {
+    stopping_ = true;
+    ::shutdown(listener_.get(), SHUT_RDWR);
+    thread_.join();
+}
+
+std::vector<std::string> StandInApp::requests() const {
+    std::lock_guard lock(mutex_);
+    return requests_;
+}
+
+void StandInApp::serve() {
+    while (!stopping_) {
+        pollfd ready{listener_.get(), POLLIN, 0};
+        if (poll(&ready, 1, 50) <= 0) {
+            continue;
+        }
+        FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (!connection.valid()) {
+            continue;
+        }
+        std::string line;
+        char buffer[4096];
+        while (line.find('\n') == std::string::npos) {
+            ssize_t got = ::read(connection.get(), buffer, sizeof buffer);
+            if (got <= 0) {
+                break;
+            }
+            line.append(buffer, static_cast<std::size_t>(got));
+        }
+        line = line.substr(0, line.find('\n'));
+        {
+            std::lock_guard lock(mutex_);
+            requests_.push_back(line);
+        }
+        behaviour_(connection.get(), line);
+    }
+}
+
+} // namespace pelmora::testing
