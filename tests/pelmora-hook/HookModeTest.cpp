@@ -259,7 +259,7 @@ TEST(HookMode, HostileInputEndsQuietly) {
         R"({"hook_event_name":"Stop","session_id":17})",
         R"({"hook_event_name":"Stop","session_id":")" + std::string(100'000, 'x') + "\"}",
         R"({"hook_event_name":"PreToolUse","session_id":"big","cwd":"/r","tool_name":"Bash","tool_input":{"command":")" +
-            std::string(2'000'000, 'A') + "\"}}",
+            std::string(256 * 1024, 'A') + "\"}}",
         R"({"hook_event_name":"PreToolUse","session_id":"deep","tool_input":)" +
             std::string(400, '[') + std::string(400, ']') + "}",
         R"({"hook_event_name":"PreToolUse","session_id":"../../etc/passwd","cwd":"/r"})",
