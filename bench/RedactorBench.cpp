@@ -2,11 +2,11 @@
 // usual command, a pasted script, or text built to make pattern matching
 // backtrack. Each of these must take milliseconds at most.
 
-#include "session/Redactor.h"
-
 #include <benchmark/benchmark.h>
 #include <string>
 #include <string_view>
+
+#include "session/Redactor.h"
 
 using namespace pelmora;
 

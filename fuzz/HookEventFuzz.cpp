@@ -1,8 +1,8 @@
-#include "session/HookEvent.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+
+#include "session/HookEvent.h"
 
 // Agents hand the hook whatever bytes they like; none of them may crash it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -1,11 +1,12 @@
 // Any bytes at all: the parser either refuses them with an offset inside the
 // input, or gives a value that both writers can write and that reads back.
 
-#include "json/OrderedJSON.h"
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
+
+#include "json/OrderedJSON.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 // Session files are read back from disk, where any process of the user may
 // have left any bytes: decoding must never crash, and whatever decodes must
 // survive a write and a read unchanged.
-#include "session/SessionRecord.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <string_view>
+
+#include "session/SessionRecord.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);

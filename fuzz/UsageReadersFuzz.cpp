@@ -1,13 +1,13 @@
 // Feeds the same bytes to every usage reader: each must return quietly,
 // whatever the agents' files and endpoints hand it.
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
 #include "usage/ClaudeOAuthUsage.h"
 #include "usage/ClaudeUsage.h"
 #include "usage/CodexUsage.h"
 #include "usage/GrokUsage.h"
-
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace pelmora;

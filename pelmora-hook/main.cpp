@@ -3,6 +3,18 @@
 // every failure ends it quietly with status 0 and nothing on stderr: a broken
 // or absent app must never block or fail an agent.
 
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <optional>
+#include <signal.h>
+#include <spawn.h>
+#include <string>
+#include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "approval/ApprovalClient.h"
 #include "approval/ApprovalRecords.h"
 #include "approval/ApprovalWire.h"
@@ -19,18 +31,6 @@
 #include "support/Time.h"
 #include "support/Uuid.h"
 #include "usage/ClaudeUsage.h"
-
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
-#include <fcntl.h>
-#include <optional>
-#include <signal.h>
-#include <spawn.h>
-#include <string>
-#include <string_view>
-#include <sys/wait.h>
-#include <unistd.h>
 
 extern char** environ;
 

@@ -2,18 +2,6 @@
 // so an agent's permission requests and questions can be answered from a
 // terminal or a script with a fixed answer.
 
-#include "Commands.h"
-#include "Terminal.h"
-#include "approval/ApprovalRecords.h"
-#include "approval/ApprovalWire.h"
-#include "hook/PelmoraPaths.h"
-#include "hook/Source.h"
-#include "platform/Platform.h"
-#include "support/Error.h"
-#include "support/Files.h"
-#include "support/Text.h"
-
-#include "json/OrderedJSON.h"
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -32,6 +20,18 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
+
+#include "Commands.h"
+#include "Terminal.h"
+#include "approval/ApprovalRecords.h"
+#include "approval/ApprovalWire.h"
+#include "hook/PelmoraPaths.h"
+#include "hook/Source.h"
+#include "json/OrderedJSON.h"
+#include "platform/Platform.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Text.h"
 
 namespace pelmora::cli {
 namespace {

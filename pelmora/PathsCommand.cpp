@@ -1,13 +1,13 @@
 // `pelmora paths`: every location the system uses, as "name: path" lines
 // that a script can pick apart with cut or sed.
 
-#include "Commands.h"
-#include "hook/PelmoraPaths.h"
-
 #include <cstdio>
 #include <filesystem>
 #include <string>
 #include <utility>
+
+#include "Commands.h"
+#include "hook/PelmoraPaths.h"
 
 namespace pelmora::cli {
 

@@ -1,6 +1,14 @@
 // `pelmora sessions`: what the notch would show, as a table in the terminal
 // or as one JSON record per line for scripts.
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
 #include "Commands.h"
 #include "Terminal.h"
 #include "hook/PelmoraPaths.h"
@@ -9,14 +17,6 @@
 #include "session/SessionStore.h"
 #include "support/Text.h"
 #include "support/Time.h"
-
-#include <algorithm>
-#include <array>
-#include <cstdint>
-#include <cstdio>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 namespace pelmora::cli {
 namespace {

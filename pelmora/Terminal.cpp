@@ -1,10 +1,10 @@
 #include "Terminal.h"
 
-#include "support/Text.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
+
+#include "support/Text.h"
 
 namespace pelmora::cli {
 namespace {

@@ -2,12 +2,12 @@
 // recorded and can stand in for the notch app, so the whole system can be
 // used and tested from a terminal.
 
-#include "Commands.h"
-#include "support/Error.h"
-
 #include <cstdio>
 #include <exception>
 #include <string>
+
+#include "Commands.h"
+#include "support/Error.h"
 
 namespace pelmora::cli {
 

@@ -1,10 +1,5 @@
 #include "approval/ApprovalClient.h"
 
-#include "approval/ApprovalWire.h"
-#include "platform/Platform.h"
-#include "support/Files.h"
-
-#include "json/OrderedJSON.h"
 #include <cerrno>
 #include <chrono>
 #include <cmath>
@@ -15,6 +10,11 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+
+#include "approval/ApprovalWire.h"
+#include "json/OrderedJSON.h"
+#include "platform/Platform.h"
+#include "support/Files.h"
 
 namespace pelmora::ApprovalClient {
 namespace {

@@ -1,11 +1,12 @@
 #include "approval/ApprovalWire.h"
 
-#include "json/OrderedJSON.h"
 #include <initializer_list>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "json/OrderedJSON.h"
 
 namespace pelmora::ApprovalWire {
 namespace {

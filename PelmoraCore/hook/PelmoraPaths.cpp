@@ -1,11 +1,11 @@
 #include "hook/PelmoraPaths.h"
 
-#include "platform/Platform.h"
-#include "support/Files.h"
-
 #include <cstdlib>
 #include <string>
 #include <system_error>
+
+#include "platform/Platform.h"
+#include "support/Files.h"
 
 namespace pelmora::PelmoraPaths {
 namespace {

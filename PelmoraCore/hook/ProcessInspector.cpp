@@ -1,10 +1,10 @@
 #include "hook/ProcessInspector.h"
 
-#include "platform/Platform.h"
-
 #include <cerrno>
 #include <cmath>
 #include <signal.h>
+
+#include "platform/Platform.h"
 
 namespace pelmora::ProcessInspector {
 namespace {

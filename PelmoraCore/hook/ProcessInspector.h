@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <set>
+#include <string>
 
 namespace pelmora::ProcessInspector {
 

@@ -27,9 +27,9 @@ enum class Source {
 };
 
 inline constexpr std::array<Source, 13> allSources{
-    Source::claude,  Source::codex, Source::grok,  Source::commandcode, Source::devin,
-    Source::qwen,    Source::copilot, Source::pi,  Source::kimi,        Source::build,
-    Source::service, Source::git,   Source::update,
+    Source::claude,  Source::codex,   Source::grok,   Source::commandcode, Source::devin,
+    Source::qwen,    Source::copilot, Source::pi,     Source::kimi,        Source::build,
+    Source::service, Source::git,     Source::update,
 };
 // The nine agents, in declaration order.
 inline constexpr std::array<Source, 9> agentSources{

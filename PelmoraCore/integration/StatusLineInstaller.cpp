@@ -1,9 +1,8 @@
 #include "integration/StatusLineInstaller.h"
 
 #include "hook/PelmoraPaths.h"
-#include "support/Files.h"
-
 #include "json/OrderedJSON.h"
+#include "support/Files.h"
 
 namespace pelmora::StatusLineInstaller {
 

@@ -1,9 +1,10 @@
 #pragma once
 
-#include "json/JSONValue.h"
 #include <filesystem>
 #include <optional>
 #include <string>
+
+#include "json/JSONValue.h"
 
 // Claude Code's status line, wrapped by pelmora-hook in status-line mode.
 // The user's own status-line object is kept in a side file so that the hook

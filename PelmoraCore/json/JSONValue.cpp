@@ -1,13 +1,13 @@
 #include "json/JSONValue.h"
 
-#include "support/NumberText.h"
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <system_error>
 #include <utility>
+
+#include "support/NumberText.h"
 
 namespace pelmora {
 

@@ -1,12 +1,12 @@
 #include "json/OrderedJSON.h"
 
-#include "support/JsonText.h"
-
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <iterator>
 #include <utility>
+
+#include "support/JsonText.h"
 
 namespace pelmora {
 

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "json/JSONValue.h"
 #include <cstdint>
 #include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "json/JSONValue.h"
 
 namespace pelmora {
 

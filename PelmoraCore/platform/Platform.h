@@ -1,12 +1,11 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <sys/types.h>
 
 // The operating-system services that differ between Linux and macOS. One
 // implementation per platform lives in linux/ and darwin/; the build picks
@@ -16,8 +15,8 @@ namespace pelmora::platform {
 struct ProcessEntry {
     std::int32_t pid = 0;
     std::int32_t parentPID = 0;
-    std::string name;        // the kernel's short command name
-    double startTime = 0;    // seconds since 1970, microseconds as the fraction
+    std::string name;               // the kernel's short command name
+    double startTime = 0;           // seconds since 1970, microseconds as the fraction
     std::optional<std::string> tty; // controlling terminal as "/dev/..."
     bool operator==(const ProcessEntry&) const = default;
 };

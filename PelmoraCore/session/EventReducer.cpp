@@ -1,10 +1,10 @@
 #include "session/EventReducer.h"
 
-#include "session/Redactor.h"
-#include "session/TaskTitle.h"
-
 #include <optional>
 #include <string_view>
+
+#include "session/Redactor.h"
+#include "session/TaskTitle.h"
 
 namespace pelmora::EventReducer {
 

@@ -1,11 +1,11 @@
 #include "session/HookEvent.h"
 
-#include "session/Redactor.h"
-#include "support/Text.h"
-
-#include "json/OrderedJSON.h"
 #include <array>
 #include <utility>
+
+#include "json/OrderedJSON.h"
+#include "session/Redactor.h"
+#include "support/Text.h"
 
 namespace pelmora {
 

@@ -1,13 +1,13 @@
 #include "session/Redactor.h"
 
-#include "hook/PelmoraPaths.h"
-#include "support/Regex.h"
-#include "support/Text.h"
-
 #include <array>
 #include <cmath>
 #include <unordered_map>
 #include <vector>
+
+#include "hook/PelmoraPaths.h"
+#include "support/Regex.h"
+#include "support/Text.h"
 
 // How the masking stays linear.
 //

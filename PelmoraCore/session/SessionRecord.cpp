@@ -1,8 +1,9 @@
 #include "session/SessionRecord.h"
 
-#include "json/OrderedJSON.h"
 #include <limits>
 #include <utility>
+
+#include "json/OrderedJSON.h"
 
 namespace pelmora {
 namespace {

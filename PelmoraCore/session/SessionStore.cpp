@@ -1,14 +1,14 @@
 #include "session/SessionStore.h"
 
-#include "hook/PelmoraPaths.h"
-#include "platform/Platform.h"
-#include "support/Files.h"
-#include "support/Text.h"
-
-#include "json/OrderedJSON.h"
 #include <chrono>
 #include <system_error>
 #include <utility>
+
+#include "hook/PelmoraPaths.h"
+#include "json/OrderedJSON.h"
+#include "platform/Platform.h"
+#include "support/Files.h"
+#include "support/Text.h"
 
 namespace pelmora::SessionStore {
 

@@ -1,10 +1,10 @@
 #include "session/TaskTitle.h"
 
-#include "session/Redactor.h"
-#include "support/Text.h"
-
 #include <string_view>
 #include <unordered_set>
+
+#include "session/Redactor.h"
+#include "support/Text.h"
 
 namespace pelmora::TaskTitle {
 

@@ -1,8 +1,8 @@
 #include "session/ToolWord.h"
 
-#include "support/Text.h"
-
 #include <array>
+
+#include "support/Text.h"
 
 namespace pelmora::ToolWord {
 

@@ -1,7 +1,5 @@
 #include "support/Files.h"
 
-#include "support/Error.h"
-
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -10,6 +8,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "support/Error.h"
 
 namespace pelmora {
 

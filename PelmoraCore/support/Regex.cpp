@@ -1,13 +1,13 @@
 #include "support/Regex.h"
 
-#include "support/Text.h"
-
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 #include <pcre2.h>
+
+#include "support/Text.h"
 
 namespace pelmora {
 

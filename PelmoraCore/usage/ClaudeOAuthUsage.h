@@ -1,11 +1,11 @@
 #pragma once
 
-#include "usage/UsageTracker.h"
-
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "usage/UsageTracker.h"
 
 // Claude's subscription usage as the Anthropic OAuth endpoint reports it.
 // The app fetches the credentials (keychain first, the file second) and

@@ -1,9 +1,8 @@
 #include "usage/ClaudeUsage.h"
 
 #include "hook/PelmoraPaths.h"
-#include "usage/UsageJSON.h"
-
 #include "json/OrderedJSON.h"
+#include "usage/UsageJSON.h"
 
 namespace pelmora::ClaudeUsage {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "usage/UsageTracker.h"
-
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "usage/UsageTracker.h"
 
 // The rate limits that Claude Code hands its status-line command: recorded
 // by the hook in status-line mode, read back by the app.

@@ -1,8 +1,8 @@
 #include "usage/CodexUsage.h"
 
-#include "usage/UsageJSON.h"
-
 #include <array>
+
+#include "usage/UsageJSON.h"
 
 namespace pelmora::CodexUsage {
 

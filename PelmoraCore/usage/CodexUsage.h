@@ -1,9 +1,9 @@
 #pragma once
 
-#include "usage/UsageTracker.h"
-
 #include <string_view>
 #include <vector>
+
+#include "usage/UsageTracker.h"
 
 // Codex's rate limits, read from the token-count records of its session logs.
 namespace pelmora::CodexUsage {

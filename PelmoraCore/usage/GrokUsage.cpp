@@ -1,8 +1,8 @@
 #include "usage/GrokUsage.h"
 
-#include "usage/UsageJSON.h"
-
 #include <string>
+
+#include "usage/UsageJSON.h"
 
 namespace pelmora::GrokUsage {
 

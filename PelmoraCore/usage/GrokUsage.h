@@ -1,10 +1,10 @@
 #pragma once
 
-#include "usage/UsageTracker.h"
-
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "usage/UsageTracker.h"
 
 // Grok's credit usage as its CLI proxy's billing endpoint reports it. The
 // app reads the auth file and makes the request; this reader only names

@@ -1,10 +1,10 @@
 #include "usage/UsageJSON.h"
 
-#include "support/Time.h"
-
-#include "json/OrderedJSON.h"
 #include <cmath>
 #include <limits>
+
+#include "json/OrderedJSON.h"
+#include "support/Time.h"
 
 namespace pelmora::UsageJSON {
 

@@ -1,10 +1,11 @@
 #pragma once
 
-#include "json/JSONValue.h"
 #include <array>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "json/JSONValue.h"
 
 // What the usage readers share in reading other programs' JSON: each helper
 // gives an absent value for a missing member or one of another type, so a

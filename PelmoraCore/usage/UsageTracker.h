@@ -1,12 +1,12 @@
 #pragma once
 
-#include "hook/Source.h"
-
-#include "json/JSONValue.h"
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "hook/Source.h"
+#include "json/JSONValue.h"
 
 namespace pelmora {
 

@@ -1,10 +1,5 @@
 #include "approval/ApprovalClient.h"
 
-#include "approval/ApprovalWire.h"
-#include "platform/Platform.h"
-#include "support/Files.h"
-
-#include "json/OrderedJSON.h"
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -21,6 +16,11 @@
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
+
+#include "approval/ApprovalWire.h"
+#include "json/OrderedJSON.h"
+#include "platform/Platform.h"
+#include "support/Files.h"
 
 namespace pelmora {
 

@@ -1,8 +1,9 @@
 #include "approval/ApprovalRecords.h"
 
-#include "json/OrderedJSON.h"
 #include <gtest/gtest.h>
 #include <string>
+
+#include "json/OrderedJSON.h"
 
 using namespace pelmora;
 

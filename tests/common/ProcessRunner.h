@@ -4,8 +4,6 @@
 // environment with its own PELMORA_HOME, bytes on stdin; and keeps a
 // long-running one (the approvals stand-in) going while the test talks to it.
 
-#include "support/Files.h"
-
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -17,6 +15,8 @@
 #include <sys/types.h>
 #include <thread>
 #include <vector>
+
+#include "support/Files.h"
 
 namespace pelmora::testing {
 

@@ -1,10 +1,10 @@
 #include "hook/AgentDetection.h"
 
-#include "hook/HostInfo.h"
-
 #include <fstream>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+
+#include "hook/HostInfo.h"
 
 namespace pelmora {
 namespace {

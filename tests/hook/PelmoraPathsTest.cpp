@@ -1,7 +1,5 @@
 #include "hook/PelmoraPaths.h"
 
-#include "support/Error.h"
-
 #include <fstream>
 #include <gtest/gtest.h>
 #include <optional>
@@ -10,6 +8,8 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "support/Error.h"
 
 namespace pelmora {
 namespace {

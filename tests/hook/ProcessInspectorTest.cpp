@@ -1,7 +1,5 @@
 #include "hook/ProcessInspector.h"
 
-#include "support/Time.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -14,6 +12,8 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include "support/Time.h"
 
 extern char** environ;
 

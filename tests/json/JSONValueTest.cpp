@@ -1,9 +1,10 @@
 #include "json/JSONValue.h"
 
-#include "json/OrderedJSON.h"
 #include <cmath>
 #include <gtest/gtest.h>
 #include <limits>
+
+#include "json/OrderedJSON.h"
 
 namespace pelmora {
 namespace {

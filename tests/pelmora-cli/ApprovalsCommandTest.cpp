@@ -1,7 +1,3 @@
-#include "common/ProcessRunner.h"
-#include "session/SessionStore.h"
-#include "support/Files.h"
-
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -14,6 +10,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include <vector>
+
+#include "common/ProcessRunner.h"
+#include "session/SessionStore.h"
+#include "support/Files.h"
 
 namespace pelmora {
 namespace {

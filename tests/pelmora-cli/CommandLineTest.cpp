@@ -1,8 +1,8 @@
-#include "common/ProcessRunner.h"
-
 #include <gtest/gtest.h>
 #include <regex>
 #include <string>
+
+#include "common/ProcessRunner.h"
 
 namespace pelmora {
 namespace {

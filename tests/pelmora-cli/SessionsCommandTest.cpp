@@ -1,14 +1,14 @@
-#include "common/ProcessRunner.h"
-#include "session/SessionRecord.h"
-#include "session/SessionStore.h"
-#include "support/Files.h"
-#include "support/Time.h"
-
 #include <gtest/gtest.h>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "common/ProcessRunner.h"
+#include "session/SessionRecord.h"
+#include "session/SessionStore.h"
+#include "support/Files.h"
+#include "support/Time.h"
 
 namespace pelmora {
 namespace {

@@ -1,7 +1,3 @@
-#include "HookRun.h"
-#include "session/SessionStore.h"
-
-#include "json/OrderedJSON.h"
 #include <chrono>
 #include <gtest/gtest.h>
 #include <regex>
@@ -9,6 +5,10 @@
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+#include "HookRun.h"
+#include "json/OrderedJSON.h"
+#include "session/SessionStore.h"
 
 namespace pelmora {
 namespace {

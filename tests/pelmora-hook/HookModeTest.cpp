@@ -1,7 +1,3 @@
-#include "HookRun.h"
-#include "session/SessionStore.h"
-#include "support/Files.h"
-
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <random>
@@ -10,6 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+#include "HookRun.h"
+#include "session/SessionStore.h"
+#include "support/Files.h"
 
 namespace pelmora {
 namespace {

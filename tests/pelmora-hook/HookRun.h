@@ -3,11 +3,11 @@
 // Runs the built pelmora-hook as an agent does: bytes on stdin, arguments,
 // environment, and a temporary PELMORA_HOME.
 
-#include "common/ProcessRunner.h"
-
 #include <map>
 #include <string>
 #include <vector>
+
+#include "common/ProcessRunner.h"
 
 namespace pelmora::testing {
 

@@ -1,10 +1,10 @@
-#include "HookRun.h"
-#include "support/Files.h"
-
-#include "json/OrderedJSON.h"
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+
+#include "HookRun.h"
+#include "json/OrderedJSON.h"
+#include "support/Files.h"
 
 namespace pelmora {
 namespace {

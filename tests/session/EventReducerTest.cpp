@@ -1,15 +1,15 @@
 #include "session/EventReducer.h"
 
-#include "session/Redactor.h"
-#include "session/SessionStore.h"
-#include "session/TaskTitle.h"
-
-#include "json/OrderedJSON.h"
 #include <array>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
+
+#include "json/OrderedJSON.h"
+#include "session/Redactor.h"
+#include "session/SessionStore.h"
+#include "session/TaskTitle.h"
 
 using namespace pelmora;
 

@@ -1,9 +1,10 @@
 #include "session/HookEvent.h"
 
-#include "json/OrderedJSON.h"
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
+
+#include "json/OrderedJSON.h"
 
 using namespace pelmora;
 

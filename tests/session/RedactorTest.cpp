@@ -1,13 +1,13 @@
 #include "session/Redactor.h"
 
-#include "support/Regex.h"
-#include "support/Text.h"
-
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "support/Regex.h"
+#include "support/Text.h"
 
 using namespace pelmora;
 

@@ -1,8 +1,9 @@
 #include "session/SessionRecord.h"
 
-#include "json/OrderedJSON.h"
 #include <gtest/gtest.h>
 #include <string>
+
+#include "json/OrderedJSON.h"
 
 namespace pelmora {
 namespace {

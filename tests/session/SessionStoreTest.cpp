@@ -1,7 +1,5 @@
 #include "session/SessionStore.h"
 
-#include "support/Error.h"
-
 #include <chrono>
 #include <fcntl.h>
 #include <fstream>
@@ -15,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+#include "support/Error.h"
 
 using namespace pelmora;
 namespace fs = std::filesystem;

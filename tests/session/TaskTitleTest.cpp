@@ -1,9 +1,9 @@
 #include "session/TaskTitle.h"
 
-#include "support/Text.h"
-
 #include <gtest/gtest.h>
 #include <string>
+
+#include "support/Text.h"
 
 using namespace pelmora;
 

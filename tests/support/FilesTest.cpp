@@ -1,7 +1,5 @@
 #include "support/Files.h"
 
-#include "support/Error.h"
-
 #include <algorithm>
 #include <fcntl.h>
 #include <fstream>
@@ -11,6 +9,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "support/Error.h"
 
 namespace pelmora {
 namespace {

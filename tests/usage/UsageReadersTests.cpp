@@ -1,11 +1,11 @@
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <string>
+
 #include "usage/ClaudeOAuthUsage.h"
 #include "usage/ClaudeUsage.h"
 #include "usage/CodexUsage.h"
 #include "usage/GrokUsage.h"
-
-#include <cstdlib>
-#include <gtest/gtest.h>
-#include <string>
 
 using namespace pelmora;
 

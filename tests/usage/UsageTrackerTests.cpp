@@ -1,7 +1,7 @@
-#include "usage/UsageTracker.h"
+#include <gtest/gtest.h>
 
 #include "json/OrderedJSON.h"
-#include <gtest/gtest.h>
+#include "usage/UsageTracker.h"
 
 using namespace pelmora;
 

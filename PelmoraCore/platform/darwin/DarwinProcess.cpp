@@ -1,5 +1,3 @@
-#include "platform/Platform.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -7,6 +5,8 @@
 #include <sys/stat.h>
 #include <sys/sysctl.h>
 #include <sys/types.h>
+
+#include "platform/Platform.h"
 
 namespace pelmora::platform {
 

@@ -1,11 +1,11 @@
-#include "platform/Platform.h"
-
 #include <cerrno>
 #include <notify.h>
 #include <pwd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
+
+#include "platform/Platform.h"
 
 namespace pelmora::platform {
 

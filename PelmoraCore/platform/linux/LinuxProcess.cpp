@@ -1,5 +1,3 @@
-#include "platform/Platform.h"
-
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -8,6 +6,8 @@
 #include <string_view>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+
+#include "platform/Platform.h"
 
 // The process table on Linux is /proc. This runs on every hook, so each file
 // is taken with plain read() calls into a stack buffer: no streams, no heap

@@ -1,11 +1,11 @@
-#include "platform/Platform.h"
-
 #include <cerrno>
 #include <fcntl.h>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "platform/Platform.h"
 
 namespace pelmora::platform {
 
