@@ -48,20 +48,6 @@ void endQuietly(int) {
     _exit(0);
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 // A decimal 32-bit signed integer with an optional sign, nothing else.
 std::optional<std::int32_t> parseInt32(std::string_view text) {
     bool negative = false;
@@ -224,7 +210,7 @@ int runHookMode(int argc, char** argv) {
         return 0;
     }
     reply->push_back('\n');
-    writeAll(STDOUT_FILENO, *reply);
+    Files::writeAll(STDOUT_FILENO, *reply);
     return 0;
 }
 
@@ -263,7 +249,7 @@ int forwardToStatusLine(const std::string& command, std::string_view input) {
         return 0;
     }
     readEnd.reset();
-    writeAll(writeEnd.get(), input);
+    Files::writeAll(writeEnd.get(), input);
     writeEnd.reset();
 
     int status = 0;

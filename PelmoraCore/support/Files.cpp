@@ -48,20 +48,6 @@ std::string describe(std::string_view what, int error) {
     return std::string(what) + ": " + std::strerror(error);
 }
 
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
-
 // Reads to the end, giving up once more than `limit` bytes have arrived.
 std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expected) {
     std::string contents;
@@ -111,6 +97,20 @@ std::optional<std::string> read(const std::filesystem::path& path, std::size_t m
         return std::nullopt;
     }
     return readUpTo(fd.get(), maxBytes, static_cast<std::size_t>(size));
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
 }
 
 std::optional<std::string> readAll(int fd) {

@@ -37,6 +37,9 @@ namespace Files {
 std::optional<std::string> read(const std::filesystem::path& path,
                                 std::size_t maxBytes = static_cast<std::size_t>(-1));
 
+// Writes every byte, resuming after partial writes and interruptions.
+bool writeAll(int fd, std::string_view bytes);
+
 // Reads a file descriptor (standard input, a pipe) to its end.
 std::optional<std::string> readAll(int fd);
 
