@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
@@ -89,13 +90,14 @@ HostInfo::Environment readEnvironment() {
 }
 
 void updateSession(const HookEvent& event, Source source, double now,
-                   const std::optional<ProcessInspector::Info>& agent,
-                   const HostInfo::Environment& env) {
+                   const std::optional<ProcessInspector::Info>& agent) {
     SessionStore::update(
         source, event.sessionID, PelmoraPaths::sessionsDirectory(),
         [&](std::optional<SessionRecord>& stored) {
+            // Moving out is safe: an untracked event resets `stored` below.
             SessionRecord record =
-                stored ? *stored : SessionRecord::make(source, event.sessionID, event.cwd, now);
+                stored ? std::move(*stored)
+                       : SessionRecord::make(source, event.sessionID, event.cwd, now);
             if (!EventReducer::apply(event, record, now)) {
                 // Untracked: the stored file stays exactly as it is, unwritten.
                 stored.reset();
@@ -104,7 +106,7 @@ void updateSession(const HookEvent& event, Source source, double now,
             // A later event from a process without a terminal must not erase
             // the terminal an earlier one found.
             std::optional<std::string> tty = agent && agent->tty ? agent->tty : record.host.tty;
-            record.host = HostInfo::fromEnvironment(env, std::move(tty));
+            record.host = HostInfo::fromEnvironment(readEnvironment(), std::move(tty));
             if (agent) {
                 record.pid = agent->pid;
                 record.pidStartTime = agent->startTime;
@@ -134,8 +136,7 @@ int runHookMode(int argc, char** argv) {
         }
     }
 
-    HostInfo::Environment env = readEnvironment();
-    auto present = [&](std::string_view name) { return env.find(name) != env.end(); };
+    auto present = [](const char* name) { return std::getenv(name) != nullptr; };
     if (present("GROK_HOOK_EVENT")) {
         source = Source::grok;
     } else if (present("COMMANDCODE_HOOK_EVENT")) {
@@ -164,7 +165,7 @@ int runHookMode(int argc, char** argv) {
     double now = Time::now();
     std::optional<ProcessInspector::Info> agent = ProcessInspector::agentProcess(parentPID);
     try {
-        updateSession(*event, source, now, agent, env);
+        updateSession(*event, source, now, agent);
         SessionStore::postChangeNotification();
     } catch (...) {
         // A session that cannot be written must not stop the approval below.
