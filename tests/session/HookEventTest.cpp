@@ -32,13 +32,7 @@ HookEvent toolEvent(std::string_view toolName, std::string_view toolInput) {
 
 } // namespace
 
-TEST(HookEvent, DecodesSnakeCaseEventsAndIgnoresExtraKeys) {
-    HookEvent event = decoded(R"({
-        "session_id": "abc-123", "transcript_path": "/u/.claude/t.jsonl", "cwd": "/work/project",
-        "permission_mode": "default", "hook_event_name": "PermissionRequest", "tool_name": "Bash",
-        "tool_input": {"command": "npm test", "description": "Run tests"}, "tool_use_id": "t1",
-        "permission_suggestions": [{"type": "addRules", "rules": [{"toolName": "Bash",
-            "ruleContent": "npm test"}], "behavior": "allow", "destination": "localSettings"}]})");
+TEST(HookEvent, DecodesBothDialects) {
     HookEvent expected;
     expected.name = "PermissionRequest";
     expected.sessionID = "abc-123";
@@ -47,113 +41,91 @@ TEST(HookEvent, DecodesSnakeCaseEventsAndIgnoresExtraKeys) {
     expected.toolInput = json(R"({"command": "npm test", "description": "Run tests"})");
     expected.permissionSuggestions =
         R"([{"behavior":"allow","destination":"localSettings","rules":[{"ruleContent":"npm test","toolName":"Bash"}],"type":"addRules"}])";
-    EXPECT_EQ(event, expected);
+    EXPECT_EQ(decoded(R"({
+        "session_id": "abc-123", "transcript_path": "/u/.claude/t.jsonl", "cwd": "/work/project",
+        "permission_mode": "default", "hook_event_name": "PermissionRequest", "tool_name": "Bash",
+        "tool_input": {"command": "npm test", "description": "Run tests"}, "tool_use_id": "t1",
+        "permission_suggestions": [{"type": "addRules", "rules": [{"toolName": "Bash",
+            "ruleContent": "npm test"}], "behavior": "allow", "destination": "localSettings"}]})"),
+              expected);
 
-    HookEvent notification = decoded(
-        R"({"hook_event_name": "Notification", "session_id": "s", "notification_type":
-            "permission_prompt", "message": "Claude needs your permission", "error": "boom",
-            "last_assistant_message": "Done.", "source": "resume", "prompt": "fix it"})");
-    EXPECT_EQ(notification.notificationType, "permission_prompt");
-    EXPECT_EQ(notification.message, "Claude needs your permission");
-    EXPECT_EQ(notification.error, "boom");
-    EXPECT_EQ(notification.lastAssistantMessage, "Done.");
-    EXPECT_EQ(notification.source, "resume");
-    EXPECT_EQ(notification.prompt, "fix it");
-    EXPECT_EQ(notification.cwd, "");
-    EXPECT_EQ(notification.toolInput, JSONValue::object());
-
-    // Fields of an unexpected type are dropped without losing the event.
-    HookEvent odd = decoded(
-        R"({"hook_event_name": "Stop", "session_id": "s", "tool_name": 3, "toolName": "Bash",
-            "message": null, "error": {}, "source": 1, "submitted_prompt": 2, "prompt": "p",
-            "permission_suggestions": {"a": 1}})");
-    EXPECT_EQ(odd.toolName, std::nullopt);
-    EXPECT_EQ(odd.message, std::nullopt);
-    EXPECT_EQ(odd.error, std::nullopt);
-    EXPECT_EQ(odd.source, std::nullopt);
-    EXPECT_EQ(odd.prompt, std::nullopt);
-    EXPECT_EQ(odd.permissionSuggestions, std::nullopt);
-    EXPECT_EQ(decoded(R"({"hook_event_name":"X","session_id":"s","submitted_prompt":"a",
-                          "prompt":"b","permission_suggestions":[]})")
-                  .prompt,
-              "a");
-    EXPECT_EQ(decoded(R"({"hook_event_name":"X","session_id":"s","permission_suggestions":[]})")
-                  .permissionSuggestions,
-              std::nullopt);
-    EXPECT_EQ(decoded(R"({"hook_event_name":"X","session_id":"s",
-                          "permission_suggestions":[{"path":"/tmp/x","b":1}]})")
-                  .permissionSuggestions,
-              R"([{"b":1,"path":"\/tmp\/x"}])");
+    // Camel case, with the tool's arguments as JSON text.
+    expected = HookEvent{};
+    expected.name = "PreToolUse";
+    expected.sessionID = "c-1";
+    expected.cwd = "/work/app";
+    expected.toolName = "bash";
+    expected.toolInput = json(R"({"command":"git status","description":"Status"})");
+    EXPECT_EQ(decoded(R"({"hookEventName": "preToolUse", "sessionId": "c-1",
+            "timestamp": 1704614600000, "workspaceRoot": "/work/app", "toolName": "bash",
+            "toolArgs": "{\"command\":\"git status\",\"description\":\"Status\"}"})"),
+              expected);
 }
 
-TEST(HookEvent, DecodesCamelCaseEvents) {
-    HookEvent event = decoded(
-        R"({"hookEventName": "preToolUse", "sessionId": "c-1", "timestamp": 1704614600000,
-            "workspaceRoot": "/work/app", "toolName": "bash",
-            "toolArgs": "{\"command\":\"git status\",\"description\":\"Status\"}"})");
-    EXPECT_EQ(event.name, "PreToolUse");
-    EXPECT_EQ(event.sessionID, "c-1");
-    EXPECT_EQ(event.cwd, "/work/app");
-    EXPECT_EQ(event.toolName, "bash");
-    EXPECT_EQ(event.toolInput, json(R"({"command":"git status","description":"Status"})"));
-    EXPECT_EQ(event.toolSummary(), "git status");
-
-    // cwd of the wrong type falls back to the workspace root.
-    EXPECT_EQ(decoded(R"({"hookEventName":"x","sessionId":"s","cwd":5,"workspaceRoot":"/w"})").cwd,
-              "/w");
-    EXPECT_EQ(
-        decoded(R"({"hookEventName":"x","sessionId":"s","cwd":"/c","workspaceRoot":"/w"})").cwd,
-        "/c");
-    EXPECT_EQ(decoded(R"({"hookEventName":"x","sessionId":"s","workspaceRoot":[]})").cwd, "");
+TEST(HookEvent, OptionalFieldsOfAnUnexpectedTypeAreAbsent) {
+    const auto with = [](std::string_view members) {
+        return decoded(R"({"hook_event_name":"x","session_id":"s",)" + std::string(members) + "}");
+    };
+    const std::pair<std::string, std::optional<std::string> HookEvent::*> strings[] = {
+        {"notification_type", &HookEvent::notificationType},
+        {"message", &HookEvent::message},
+        {"error", &HookEvent::error},
+        {"last_assistant_message", &HookEvent::lastAssistantMessage},
+        {"source", &HookEvent::source},
+        {"submitted_prompt", &HookEvent::prompt},
+        {"prompt", &HookEvent::prompt},
+        {"tool_name", &HookEvent::toolName},
+        {"toolName", &HookEvent::toolName}};
+    for (const auto& [key, member] : strings) {
+        EXPECT_EQ(with('"' + key + R"(":"v")").*member, "v") << key;
+        EXPECT_EQ(with('"' + key + R"(":null)").*member, std::nullopt) << key;
+        EXPECT_EQ(with('"' + key + R"(":{"a":1})").*member, std::nullopt) << key;
+    }
+    // The first key present decides, whatever its type; for cwd the type
+    // decides first.
+    EXPECT_EQ(with(R"("tool_name":3,"toolName":"Bash")").toolName, std::nullopt);
+    EXPECT_EQ(with(R"("submitted_prompt":2,"prompt":"p")").prompt, std::nullopt);
+    EXPECT_EQ(with(R"("submitted_prompt":"a","prompt":"b")").prompt, "a");
+    EXPECT_EQ(with(R"("cwd":5,"workspaceRoot":"/w")").cwd, "/w");
+    EXPECT_EQ(with(R"("cwd":"/c","workspaceRoot":"/w")").cwd, "/c");
+    EXPECT_EQ(with(R"("workspaceRoot":[])").cwd, "");
+    EXPECT_EQ(with(R"("permission_suggestions":[])").permissionSuggestions, std::nullopt);
+    EXPECT_EQ(with(R"("permission_suggestions":{"a":1})").permissionSuggestions, std::nullopt);
 }
 
 TEST(HookEvent, CanonicalisesTheCamelCaseNames) {
+    // Names outside the table, canonical or not, pass through as they came.
+    // clang-format off
     const std::pair<const char*, const char*> table[] = {
-        {"sessionStart", "SessionStart"},
-        {"sessionEnd", "SessionEnd"},
-        {"userPromptSubmitted", "UserPromptSubmit"},
-        {"preToolUse", "PreToolUse"},
-        {"postToolUse", "PostToolUse"},
-        {"postToolUseFailure", "PostToolUseFailure"},
-        {"permissionRequest", "PermissionRequest"},
-        {"notification", "Notification"},
-        {"agentStop", "Stop"},
-        {"subagentStart", "SubagentStart"},
-        {"subagentStop", "SubagentStop"},
-        {"preCompact", "PreCompact"},
-        {"Stop", "Stop"},
-        {"UserPromptSubmit", "UserPromptSubmit"},
-        {"userPromptSubmit", "userPromptSubmit"},
-        {"errorOccurred", "errorOccurred"},
-        {"AGENTSTOP", "AGENTSTOP"},
-        {"", ""},
+        {"sessionStart", "SessionStart"},             {"sessionEnd", "SessionEnd"},
+        {"userPromptSubmitted", "UserPromptSubmit"},  {"preToolUse", "PreToolUse"},
+        {"postToolUse", "PostToolUse"},               {"postToolUseFailure", "PostToolUseFailure"},
+        {"permissionRequest", "PermissionRequest"},   {"notification", "Notification"},
+        {"agentStop", "Stop"},                        {"subagentStart", "SubagentStart"},
+        {"subagentStop", "SubagentStop"},             {"preCompact", "PreCompact"},
+        {"Stop", "Stop"},                             {"UserPromptSubmit", "UserPromptSubmit"},
+        {"userPromptSubmit", "userPromptSubmit"},     {"errorOccurred", "errorOccurred"},
+        {"AGENTSTOP", "AGENTSTOP"},                   {"", ""},
     };
+    // clang-format on
     for (const auto& [received, canonical] : table) {
         EXPECT_EQ(HookEvent::canonicalName(received), canonical) << received;
-        std::string text =
-            std::string(R"({"hookEventName":")") + received + R"(","sessionId":"s"})";
-        EXPECT_EQ(decoded(text).name, canonical) << received;
     }
 }
 
 TEST(HookEvent, RejectsWhatIsNotAnEvent) {
-    for (std::string_view text : {
-             "",
-             "null",
-             "[]",
-             R"("x")",
-             "{",
-             R"({"session_id":"s"})",
-             R"({"hook_event_name":"Stop"})",
-             R"({"hook_event_name":1,"session_id":"s"})",
-             R"({"hook_event_name":"Stop","session_id":""})",
-             R"({"hook_event_name":"Stop","session_id":7})",
-             // The first key present decides, even when the other would do.
-             R"({"hook_event_name":"Stop","session_id":"","sessionId":"s"})",
-             R"({"hook_event_name":null,"hookEventName":"Stop","session_id":"s"})",
-             R"({"hook_event_name":"Stop","session_id":"s"} x)",
-             "{\"hook_event_name\":\"St\xffop\",\"session_id\":\"s\"}",
-         }) {
+    // Of two spellings of a key, the first present decides even when the
+    // other would do.
+    for (std::string_view text :
+         {"", "null", "[]", R"("x")", "{", R"({"session_id":"s"})", R"({"hook_event_name":"Stop"})",
+          R"({"hook_event_name":1,"session_id":"s"})",
+          R"({"hook_event_name":"Stop","session_id":""})",
+          R"({"hook_event_name":"Stop","session_id":7})",
+          R"({"hook_event_name":"Stop","session_id":"","sessionId":"s"})",
+          R"({"hook_event_name":null,"hookEventName":"Stop","session_id":"s"})",
+          R"({"hook_event_name":"Stop","session_id":"s"} x)",
+          "{\"hook_event_name\":\"St\xffop\",\"session_id\":\"s\"}",
+          "{\"hook_event_name\":\"A\",\"session_id\":\"\xc3\x28\"}"}) {
         EXPECT_EQ(HookEvent::decode(text), std::nullopt) << text;
     }
     EXPECT_EQ(decoded(R"({"hook_event_name":"A","hookEventName":"B","session_id":"s"})").name, "A");
@@ -171,7 +143,6 @@ TEST(HookEvent, TakesToolInputFromTheFirstKeyThatGivesAnObject) {
     EXPECT_EQ(input(R"({"tool_input":"{}","toolInput":{"a":1}})"), JSONValue::object());
     EXPECT_EQ(input(R"({"toolArgs":{"c":3},"toolInput":{"a":1}})"), json(R"({"a":1})"));
     EXPECT_EQ(input(R"({"tool_input":[{"a":1}]})"), JSONValue::object());
-    EXPECT_EQ(input("{}"), JSONValue::object());
 }
 
 TEST(HookEvent, SummarisesWhatTheToolActsOn) {
@@ -205,30 +176,20 @@ TEST(HookEvent, OffersTheQuestionsOfAQuestionTool) {
         EXPECT_FALSE(toolEvent(other, input).isQuestionTool()) << other;
         EXPECT_EQ(toolEvent(other, input).questions(), std::nullopt) << other;
     }
-    HookEvent noTool = toolEvent("", input);
-    noTool.toolName.reset();
-    EXPECT_FALSE(noTool.isQuestionTool());
     EXPECT_EQ(toolEvent("AskUserQuestion", "{}").questions(), std::nullopt);
     EXPECT_EQ(toolEvent("AskUserQuestion", R"({"questions":[]})").questions(), std::nullopt);
-}
 
-TEST(HookEvent, DropsQuestionSetsOfThirtyTwoKilobytesOrMore) {
-    auto questionsWithPadding = [](std::size_t padding) {
-        JSONValue value = json(R"([{"question":"Q","options":[{"label":"L"}],"pad":""}])");
-        (*value.arrayElements())[0].set("pad", JSONValue::string(std::string(padding, 'x')));
-        return value;
-    };
-    const std::size_t base = OrderedJSON::serializeCompact(questionsWithPadding(0)).size();
+    // Sets of 32 KiB or more are left for the agent to ask itself.
+    JSONValue padded = json(R"([{"question":"Q","options":[{"label":"L"}],"pad":""}])");
+    const std::size_t base = OrderedJSON::serializeCompact(padded).size();
     for (std::size_t size : {std::size_t{32767}, std::size_t{32768}}) {
+        (*padded.arrayElements())[0].set("pad", JSONValue::string(std::string(size - base, 'x')));
+        ASSERT_EQ(OrderedJSON::serializeCompact(padded).size(), size);
         HookEvent event = toolEvent("AskUserQuestion", "{}");
-        JSONValue value = questionsWithPadding(size - base);
-        ASSERT_EQ(OrderedJSON::serializeCompact(value).size(), size);
-        event.toolInput.set("questions", value);
-        std::optional<HookEvent::Questions> questions = event.questions();
-        EXPECT_EQ(questions.has_value(), size < HookEvent::maxQuestionsJSON) << size;
-        if (questions) {
-            EXPECT_EQ(questions->json.size(), size);
-        }
+        event.toolInput.set("questions", padded);
+        questions = event.questions();
+        EXPECT_EQ(questions.has_value(), size < 32768) << size;
+        EXPECT_EQ(questions ? questions->json.size() : size, size);
     }
 }
 
@@ -258,6 +219,4 @@ TEST(HookEvent, SurvivesHostileInput) {
                             R"(","tool_input":{"command":")" + huge + R"("}})");
     EXPECT_EQ(big.sessionID.size(), huge.size());
     EXPECT_EQ(big.toolSummary(), std::string(79, 'a') + "\xe2\x80\xa6");
-    EXPECT_EQ(HookEvent::decode("{\"hook_event_name\":\"A\",\"session_id\":\"\xc3\x28\"}"),
-              std::nullopt);
 }

@@ -6,68 +6,46 @@
 
 using namespace pelmora;
 
-namespace {
-
-std::optional<std::string> word(std::string_view name) {
-    return ToolWord::shortWord(name);
-}
-
-} // namespace
-
-TEST(ToolWord, MapsEveryAgentsToolNames) {
+TEST(ToolWord, MapsEveryAgentsToolNamesInAnyCase) {
     const std::vector<std::pair<std::string_view, std::vector<std::string_view>>> groups{
         {"Edit",
          {"edit", "multiedit", "notebookedit", "notebook_edit", "apply_patch", "applypatch",
-          "edit_file", "strreplacefile", "search_replace", "replace"}},
+          "edit_file", "strreplacefile", "search_replace", "replace", "MultiEdit", "NotebookEdit"}},
         {"Write", {"write", "write_file", "writefile", "create"}},
         {"Read", {"read", "read_file", "readfile", "view", "notebook_read"}},
         {"Bash",
          {"bash", "bashoutput", "shell", "exec", "exec_command", "local_shell", "shell_command",
-          "run_shell_command", "run_terminal_command", "powershell", "get_output"}},
+          "run_shell_command", "run_terminal_command", "powershell", "get_output", "Bash", "BASH"}},
         {"Search",
          {"grep", "glob", "ls", "find", "list_directory", "list_dir", "grep_search",
-          "readmediafile"}},
-        {"Web", {"webfetch", "web_fetch", "websearch", "web_search", "fetchurl", "searchweb"}},
+          "readmediafile", "ReadMediaFile"}},
+        {"Web",
+         {"webfetch", "web_fetch", "websearch", "web_search", "fetchurl", "searchweb", "WebFetch"}},
         {"Agent", {"task", "agent", "run_subagent", "spawn_agent", "spawn_subagent", "subagent"}},
-        {"Plan", {"todowrite", "todo_write", "settodolist"}},
+        {"Plan", {"todowrite", "todo_write", "settodolist", "TodoWrite"}},
+        // The MCP prefix is case-sensitive.
+        {"MCP", {"mcp__github__create_issue", "mcp__x"}},
     };
     for (const auto& [expected, names] : groups) {
         for (std::string_view name : names) {
-            EXPECT_EQ(word(name), expected) << name;
+            EXPECT_EQ(ToolWord::shortWord(name), expected) << name;
         }
     }
-    // Any case is accepted, as the agents spell them.
-    EXPECT_EQ(word("Bash"), "Bash");
-    EXPECT_EQ(word("BASH"), "Bash");
-    EXPECT_EQ(word("MultiEdit"), "Edit");
-    EXPECT_EQ(word("NotebookEdit"), "Edit");
-    EXPECT_EQ(word("TodoWrite"), "Plan");
-    EXPECT_EQ(word("WebFetch"), "Web");
-    EXPECT_EQ(word("ReadMediaFile"), "Search");
 }
 
-TEST(ToolWord, FallsBackToMCPOrTheNamesStart) {
-    EXPECT_EQ(word("mcp__github__create_issue"), "MCP");
-    EXPECT_EQ(word("mcp__x"), "MCP");
-    // The prefix is case-sensitive; these are unknown names.
-    EXPECT_EQ(word("MCP__x"), "MCP__x");
-    EXPECT_EQ(word("Mcp__github__create"), "Mcp__githu");
-
-    EXPECT_EQ(word("SuperLongToolName"), "SuperLongT");
-    EXPECT_EQ(word("TenLetters"), "TenLetters");
-    EXPECT_EQ(word("Custom"), "Custom");
-    // Exact, whole names only.
-    EXPECT_EQ(word("bash2"), "bash2");
-    EXPECT_EQ(word(" bash"), " bash");
-    // Ten characters, not ten bytes: accents and emoji stay whole.
-    EXPECT_EQ(word("Übersetzen_alles"), "Übersetzen");
-    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
-    std::string twelveFamilies;
-    for (int i = 0; i < 12; ++i) {
-        twelveFamilies += family;
+TEST(ToolWord, OtherNamesKeepTheirFirstTenCharacters) {
+    // Exact, whole names only; ten characters, not ten bytes.
+    for (std::string_view whole : {"MCP__x", "TenLetters", "bash2", " bash", ""}) {
+        EXPECT_EQ(ToolWord::shortWord(whole), whole);
     }
-    EXPECT_EQ(word(twelveFamilies), twelveFamilies.substr(0, 10 * family.size()));
-
+    EXPECT_EQ(ToolWord::shortWord("Mcp__github__create"), "Mcp__githu");
+    EXPECT_EQ(ToolWord::shortWord("SuperLongToolName"), "SuperLongT");
+    EXPECT_EQ(ToolWord::shortWord("Übersetzen_alles"), "Übersetzen");
+    const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467\u200D\U0001F466";
+    std::string families;
+    for (int i = 0; i < 12; ++i) {
+        families += family;
+    }
+    EXPECT_EQ(ToolWord::shortWord(families), families.substr(0, 10 * family.size()));
     EXPECT_EQ(ToolWord::shortWord(std::nullopt), std::nullopt);
-    EXPECT_EQ(word(""), "");
 }
