@@ -39,16 +39,9 @@ ApprovalResponse response(Decision decision, std::optional<std::string> message 
 }
 
 const Answers twoAnswers = std::vector<std::string>{"SQLite", "No"};
-
-TEST(ApprovalWireTest, ReferenceRepliesAreExact) {
-    EXPECT_EQ(
-        hookOutput(request(Source::claude), response(Decision::deny)),
-        R"json({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"Denied from the Pelmora notch"},"hookEventName":"PermissionRequest"}})json");
-    EXPECT_EQ(hookOutput(request(Source::copilot), response(Decision::allow)),
-              R"json({"behavior":"allow"})json");
-    EXPECT_EQ(hookOutput(request(Source::devin), response(Decision::deny, "not now")),
-              R"json({"decision":"block","reason":"not now"})json");
-}
+const Answers oneAnswer = std::vector<std::string>{"SQLite"};
+const std::string plainAllow =
+    R"json({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})json";
 
 TEST(ApprovalWireTest, CopilotAndDevinIgnoreQuestionsAndSuggestions) {
     ApprovalRequest copilot = questionRequest(Source::copilot);
@@ -70,6 +63,8 @@ TEST(ApprovalWireTest, CopilotAndDevinIgnoreQuestionsAndSuggestions) {
               R"json({"decision":"approve"})json");
     EXPECT_EQ(hookOutput(devin, response(Decision::deny)),
               R"json({"decision":"block","reason":"Denied from the Pelmora notch"})json");
+    EXPECT_EQ(hookOutput(request(Source::devin), response(Decision::deny, "not now")),
+              R"json({"decision":"block","reason":"not now"})json");
     EXPECT_EQ(hookOutput(devin, response(Decision::deny, "")),
               R"json({"decision":"block","reason":""})json");
     EXPECT_EQ(hookOutput(devin, response(Decision::ask, "later")), std::nullopt);
@@ -81,14 +76,13 @@ TEST(ApprovalWireTest, GrokRelaysAnswersOnlyAsARefusalReason) {
         hookOutput(grok, response(Decision::allow, std::nullopt, twoAnswers)),
         R"json({"hookSpecificOutput":{"hookEventName":"PreToolUse","permissionDecision":"deny","permissionDecisionReason":"The user has already answered in the Pelmora notch, so do not ask again. Continue with their answer.\nQuestion: Which database?\nThe user's answer: SQLite\nQuestion: Run migrations?\nThe user's answer: No"}})json");
 
-    EXPECT_EQ(hookOutput(grok, response(Decision::deny, "no", twoAnswers)), std::nullopt);
-    EXPECT_EQ(hookOutput(grok, response(Decision::allowAlways, std::nullopt, twoAnswers)),
-              std::nullopt);
-    EXPECT_EQ(hookOutput(grok, response(Decision::ask, std::nullopt, twoAnswers)), std::nullopt);
-    EXPECT_EQ(hookOutput(grok, response(Decision::allow)), std::nullopt);
-    EXPECT_EQ(hookOutput(grok, response(Decision::allow, std::nullopt,
-                                        std::vector<std::string>{"SQLite"})),
-              std::nullopt);
+    for (const ApprovalResponse& other :
+         {response(Decision::deny, "no", twoAnswers),
+          response(Decision::allowAlways, std::nullopt, twoAnswers),
+          response(Decision::ask, std::nullopt, twoAnswers), response(Decision::allow),
+          response(Decision::allow, std::nullopt, oneAnswer)}) {
+        EXPECT_EQ(hookOutput(grok, other), std::nullopt) << rawValue(other.decision);
+    }
     EXPECT_EQ(hookOutput(request(Source::grok), response(Decision::allow)), std::nullopt);
 }
 
@@ -97,9 +91,10 @@ TEST(ApprovalWireTest, DefaultAgentsShareOnePermissionReply) {
                           Source::pi, Source::kimi, Source::build}) {
         SCOPED_TRACE(std::string(rawValue(source)));
         const ApprovalRequest plain = request(source);
+        EXPECT_EQ(hookOutput(plain, response(Decision::allow, "ignored")), plainAllow);
         EXPECT_EQ(
-            hookOutput(plain, response(Decision::allow, "ignored")),
-            R"json({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})json");
+            hookOutput(plain, response(Decision::deny)),
+            R"json({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"Denied from the Pelmora notch"},"hookEventName":"PermissionRequest"}})json");
         EXPECT_EQ(
             hookOutput(plain, response(Decision::deny, "")),
             R"json({"hookSpecificOutput":{"decision":{"behavior":"deny","message":""},"hookEventName":"PermissionRequest"}})json");
@@ -124,27 +119,21 @@ TEST(ApprovalWireTest, DefaultAllowCarriesTheAgentsQuestionsAndTheAnswers) {
         R"json({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":{"Which database?":"No"},"questions":[{"question":"Which database?"}]}},"hookEventName":"PermissionRequest"}})json");
 
     EXPECT_EQ(hookOutput(asked, response(Decision::allow)), std::nullopt);
-    EXPECT_EQ(hookOutput(asked, response(Decision::allow, std::nullopt,
-                                         std::vector<std::string>{"SQLite"})),
-              std::nullopt);
+    EXPECT_EQ(hookOutput(asked, response(Decision::allow, std::nullopt, oneAnswer)), std::nullopt);
     ApprovalRequest lostJSON = asked;
-    lostJSON.questionsJSON.reset();
-    EXPECT_EQ(hookOutput(lostJSON, response(Decision::allow, std::nullopt, twoAnswers)),
-              std::nullopt);
-    lostJSON.questionsJSON = "[{\"question\":";
-    EXPECT_EQ(hookOutput(lostJSON, response(Decision::allow, std::nullopt, twoAnswers)),
-              std::nullopt);
+    for (std::optional<std::string> stored : {std::optional<std::string>(), {"[{\"question\":"}}) {
+        lostJSON.questionsJSON = stored;
+        EXPECT_EQ(hookOutput(lostJSON, response(Decision::allow, std::nullopt, twoAnswers)),
+                  std::nullopt);
+    }
 }
 
 TEST(ApprovalWireTest, AllowAlwaysPassesOnlyANonEmptySuggestionList) {
-    const std::string plainAllow =
-        R"json({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})json";
     ApprovalRequest always = questionRequest(Source::codex);
     EXPECT_EQ(hookOutput(always, response(Decision::allowAlways)), plainAllow);
     for (const char* suggestions : {"[]", R"json({"type":"addRules"})json", "[1,", "\"x\""}) {
-        SCOPED_TRACE(suggestions);
         always.suggestions = suggestions;
-        EXPECT_EQ(hookOutput(always, response(Decision::allowAlways)), plainAllow);
+        EXPECT_EQ(hookOutput(always, response(Decision::allowAlways)), plainAllow) << suggestions;
     }
     always.suggestions =
         R"json([{"type":"addRules","rules":[{"toolName":"Bash","ruleContent":"npm run build:*"}],"behavior":"allow","destination":"localSettings"}])json";

@@ -1,84 +1,67 @@
 #include "hook/ProcessInspector.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
+#include "hook/HostInfo.h"
 #include "support/Time.h"
 
-extern char** environ;
-
-namespace pelmora::ProcessInspector {
+namespace pelmora {
 namespace {
+
+using namespace ProcessInspector;
 
 const double testStarted = Time::now();
 
-// "sh -c script arguments..." in its own process group, so the whole chain
-// below it can be stopped at once; `printed` holds the pids it prints first.
+// "sh -c script arguments..." in a session of its own, so it has no
+// controlling terminal and the whole chain below it can be stopped at once;
+// `printed` holds the first `lines` numbers it prints.
 struct Child {
     pid_t pid = -1;
     std::vector<pid_t> printed;
 
     explicit Child(const std::string& script, std::vector<std::string> arguments = {},
-                   std::size_t expectedLines = 0) {
-        int pipeFDs[2];
-        EXPECT_EQ(pipe(pipeFDs), 0);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipeFDs[1], 1);
-        posix_spawn_file_actions_addclose(&actions, pipeFDs[0]);
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-        posix_spawnattr_setpgroup(&attributes, 0);
+                   std::size_t lines = 0) {
         arguments.insert(arguments.begin(), {"sh", "-c", script});
         std::vector<char*> argv;
         for (auto& argument : arguments) {
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
-        EXPECT_EQ(posix_spawn(&pid, "/bin/sh", &actions, &attributes, argv.data(), environ), 0);
-        posix_spawn_file_actions_destroy(&actions);
-        posix_spawnattr_destroy(&attributes);
+        int pipeFDs[2];
+        EXPECT_EQ(pipe(pipeFDs), 0);
+        pid = fork();
+        if (pid == 0) {
+            setsid();
+            dup2(pipeFDs[1], 1);
+            execv("/bin/sh", argv.data());
+            _exit(127);
+        }
         close(pipeFDs[1]);
-
-        std::string output;
-        char buffer[256];
-        while (static_cast<std::size_t>(std::count(output.begin(), output.end(), '\n')) <
-               expectedLines) {
-            ssize_t got = read(pipeFDs[0], buffer, sizeof buffer);
-            if (got <= 0) {
-                break;
-            }
-            output.append(buffer, static_cast<std::size_t>(got));
+        FILE* output = fdopen(pipeFDs[0], "r");
+        for (int number = 0; printed.size() < lines && fscanf(output, "%d", &number) == 1;) {
+            printed.push_back(number);
         }
-        close(pipeFDs[0]);
-        for (std::size_t at = 0, end; (end = output.find('\n', at)) != std::string::npos;
-             at = end + 1) {
-            printed.push_back(std::atoi(output.substr(at, end - at).c_str()));
-        }
+        fclose(output);
     }
-
     ~Child() {
         kill(-pid, SIGKILL);
         waitpid(pid, nullptr, 0);
     }
 };
 
-// Polls until the forked copy of the test binary has exec'd its program.
-std::optional<Info> infoAfterExec(pid_t pid) {
+// Polls until the forked copy of the test binary has become `name`.
+std::optional<Info> infoOnceNamed(pid_t pid, std::string_view name) {
     for (int attempt = 0; attempt < 200; ++attempt) {
-        auto found = info(pid);
-        if (found && found->name != "test_hook") {
+        if (auto found = info(pid); found && found->name == name) {
             return found;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -86,118 +69,106 @@ std::optional<Info> infoAfterExec(pid_t pid) {
     return info(pid);
 }
 
-// `depth` nested shells below this process, each printing its pid, outermost
-// first; the trailing "exit" keeps each shell from exec'ing into the next.
-struct ShellChain : Child {
-    static constexpr const char* step = "echo $$; if [ $1 -gt 1 ]; then sh -c \"$0\" \"$0\" "
-                                        "$(($1 - 1)); else sleep 30; fi; exit 0";
-    explicit ShellChain(int depth)
-        : Child(step, {step, std::to_string(depth)}, static_cast<std::size_t>(depth)) {}
-};
-
-TEST(ProcessInspector, InfoOfThisProcess) {
-    auto self = info(getpid());
+TEST(ProcessInspector, InfoOfRealProcesses) {
+    const auto self = info(getpid());
     ASSERT_TRUE(self);
     EXPECT_EQ(self->pid, getpid());
     EXPECT_EQ(self->parentPID, getppid());
     EXPECT_EQ(self->name, "test_hook");
     // The start time is whole seconds of boot time plus clock ticks.
     EXPECT_NEAR(self->startTime, testStarted, 3.0);
-
-    int terminal = open("/dev/tty", O_RDONLY | O_CLOEXEC);
-    if (terminal >= 0 && isatty(0)) {
-        ASSERT_TRUE(self->tty);
-        EXPECT_EQ(*self->tty, ttyname(0));
-    } else if (terminal < 0) {
+    const int terminal = open("/dev/tty", O_RDONLY | O_CLOEXEC);
+    if (terminal < 0) {
         EXPECT_FALSE(self->tty);
+    } else if (isatty(0)) {
+        EXPECT_EQ(self->tty, ttyname(0));
     }
     if (terminal >= 0) {
         close(terminal);
     }
-}
 
-TEST(ProcessInspector, InfoOfChildrenWithAndWithoutTerminal) {
-    Child shell("sleep 5");
-    auto child = infoAfterExec(shell.pid);
-    ASSERT_TRUE(child);
-    EXPECT_TRUE(child->name == "sh" || child->name == "sleep") << child->name;
-    EXPECT_EQ(child->parentPID, getpid());
-    EXPECT_GE(child->startTime, info(getpid())->startTime);
-
-    pid_t detached = fork();
-    ASSERT_GE(detached, 0);
-    if (detached == 0) {
-        setsid();
-        execl("/bin/sleep", "sleep", "5", static_cast<char*>(nullptr));
-        _exit(127);
+    pid_t gone = -1;
+    {
+        Child loner("exec sleep 5");
+        gone = loner.pid;
+        const auto sleeper = infoOnceNamed(loner.pid, "sleep");
+        ASSERT_TRUE(sleeper);
+        EXPECT_EQ(sleeper->name, "sleep");
+        EXPECT_EQ(sleeper->parentPID, getpid());
+        EXPECT_GE(sleeper->startTime, self->startTime);
+        EXPECT_FALSE(sleeper->tty);
     }
-    auto loner = infoAfterExec(detached);
-    ASSERT_TRUE(loner);
-    EXPECT_EQ(loner->name, "sleep");
-    EXPECT_FALSE(loner->tty);
-    kill(detached, SIGKILL);
-    waitpid(detached, nullptr, 0);
-    EXPECT_FALSE(info(detached));
+    for (pid_t none : {gone, 0, -1}) {
+        EXPECT_FALSE(info(none)) << none;
+    }
 }
 
-TEST(ProcessInspector, AgentIsTheFirstAncestorAboveTheShells) {
-    EXPECT_TRUE(shells().contains("zsh"));
-    EXPECT_TRUE(shells().contains("timeout"));
+TEST(ProcessInspector, AgentIsTheFirstAncestorAboveAtMostFourShells) {
+    for (const char* wrapper : {"sh", "bash", "zsh", "dash", "fish", "env", "nice", "timeout"}) {
+        EXPECT_TRUE(shells().contains(wrapper)) << wrapper;
+    }
     EXPECT_FALSE(shells().contains("node"));
-
-    // Started directly by the agent: the process itself is the agent.
+    // Started directly by the agent: the parent itself is the agent.
     EXPECT_EQ(agentProcess(getpid()), info(getpid()));
-
-    // Two shells between this process and the start: two steps give it back.
-    {
-        ShellChain chain(2);
-        ASSERT_EQ(chain.printed.size(), 2u);
-        auto agent = agentProcess(chain.printed[1]);
-        ASSERT_TRUE(agent);
-        EXPECT_EQ(agent->pid, getpid());
-    }
-    // Four shells: still found. Five: the walk stops at the fifth, a shell.
-    {
-        ShellChain chain(4);
-        ASSERT_EQ(chain.printed.size(), 4u);
-        auto agent = agentProcess(chain.printed[3]);
-        ASSERT_TRUE(agent);
-        EXPECT_EQ(agent->pid, getpid());
-    }
-    {
-        ShellChain chain(5);
-        ASSERT_EQ(chain.printed.size(), 5u);
-        auto agent = agentProcess(chain.printed[4]);
-        ASSERT_TRUE(agent);
-        EXPECT_EQ(agent->pid, chain.printed[0]);
-        EXPECT_EQ(agent->name, "sh");
-    }
     EXPECT_FALSE(agentProcess(-1));
+
+    // `depth` nested shells below this process, each printing its pid,
+    // outermost first; the trailing "exit" keeps each from exec'ing the next.
+    const std::string step = "echo $$; if [ $1 -gt 1 ]; then sh -c \"$0\" \"$0\" $(($1 - 1)); "
+                             "else sleep 30; fi; exit 0";
+    for (int depth : {2, 4, 5}) {
+        Child chain(step, {step, std::to_string(depth)}, static_cast<std::size_t>(depth));
+        ASSERT_EQ(chain.printed.size(), static_cast<std::size_t>(depth));
+        const auto outer = info(chain.printed.front());
+        ASSERT_TRUE(outer);
+        EXPECT_EQ(outer->name, "sh");
+        EXPECT_EQ(outer->parentPID, getpid());
+        const auto agent = agentProcess(chain.printed.back());
+        ASSERT_TRUE(agent);
+        // Past four steps the walk stops at the fifth process, a shell.
+        EXPECT_EQ(agent->pid, depth <= 4 ? getpid() : chain.printed.front()) << depth;
+    }
 }
 
 TEST(ProcessInspector, AliveOnlyWhileThePidKeepsItsStartTime) {
     Child sleeper("exec sleep 5");
-    auto child = infoAfterExec(sleeper.pid);
+    const auto child = infoOnceNamed(sleeper.pid, "sleep");
     ASSERT_TRUE(child);
+    for (double offset : {0.0, 0.5, -0.5}) {
+        EXPECT_TRUE(isAlive(child->pid, child->startTime + offset)) << offset;
+    }
     EXPECT_TRUE(isAlive(child->pid, std::nullopt));
-    EXPECT_TRUE(isAlive(child->pid, child->startTime));
-    EXPECT_TRUE(isAlive(child->pid, child->startTime + 0.5));
-    EXPECT_TRUE(isAlive(child->pid, child->startTime - 0.5));
     EXPECT_FALSE(isAlive(child->pid, child->startTime + 1.0));
     EXPECT_FALSE(isAlive(child->pid, child->startTime - 100));
-
     EXPECT_FALSE(isAlive(0, std::nullopt));
     EXPECT_FALSE(isAlive(-1, std::nullopt));
     EXPECT_FALSE(isAlive(-child->pid, child->startTime));
     // init exists whoever runs the test (EPERM counts as alive).
     EXPECT_TRUE(isAlive(1, std::nullopt));
 
-    pid_t reaped = child->pid;
-    kill(reaped, SIGKILL);
-    waitpid(reaped, nullptr, 0);
-    EXPECT_FALSE(isAlive(reaped, std::nullopt));
-    EXPECT_FALSE(isAlive(reaped, child->startTime));
+    kill(child->pid, SIGKILL);
+    waitpid(child->pid, nullptr, 0);
+    EXPECT_FALSE(isAlive(child->pid, std::nullopt));
+    EXPECT_FALSE(isAlive(child->pid, child->startTime));
+}
+
+TEST(HostInfo, FromEnvironmentTakesValuesAsTheyAre) {
+    const HostInfo host =
+        HostInfo::fromEnvironment({{"TERM_PROGRAM", "iTerm.app"},
+                                   {"TERM_SESSION_ID", ""},
+                                   {"ITERM_SESSION_ID", "w0t0p0:ABC"},
+                                   {"TMUX", ""},
+                                   {"__CFBundleIdentifier", "com.googlecode.iterm2"},
+                                   {"PATH", "/bin"}},
+                                  "/dev/ttys003");
+    EXPECT_EQ(host.termProgram, "iTerm.app");
+    EXPECT_EQ(host.termSessionID, std::optional<std::string>(""));
+    EXPECT_EQ(host.itermSessionID, "w0t0p0:ABC");
+    EXPECT_TRUE(host.tmux);
+    EXPECT_EQ(host.tty, "/dev/ttys003");
+    EXPECT_EQ(host.bundleID, "com.googlecode.iterm2");
+    EXPECT_EQ(HostInfo::fromEnvironment({}, std::nullopt), HostInfo{});
 }
 
 } // namespace
-} // namespace pelmora::ProcessInspector
+} // namespace pelmora

@@ -43,33 +43,30 @@ protected:
     fs::path dir;
 };
 
-TEST_F(FilesTest, TemporaryNameSitsBesideTheTarget) {
+TEST_F(FilesTest, AtomicReplaceWritesOwnerOnlyAndLeavesNoTemporary) {
     EXPECT_EQ(Files::temporaryPath("/s/sessions/claude-abc.json"),
               fs::path("/s/sessions/.claude-abc.json." + std::to_string(getpid()) + ".tmp"));
-}
 
-TEST_F(FilesTest, AtomicReplaceWritesOwnerOnlyAndLeavesNoTemporary) {
-    fs::path target = dir / "claude-abc.json";
-    // The mode must not depend on the umask of whoever runs the hook.
-    mode_t old = umask(0);
-    Files::atomicReplace(target, "first", 0600);
+    // The mode must not depend on the umask of whoever runs the hook, nor on
+    // the mode of the file it replaces.
+    const mode_t old = umask(0);
+    Files::atomicReplace(dir / "new.json", "first", 0600);
     umask(old);
-    EXPECT_EQ(Files::read(target), "first");
-    EXPECT_EQ(modeOf(target), 0600u);
-
     std::ofstream(dir / "loose.json") << "old";
     fs::permissions(dir / "loose.json", fs::perms(0644));
-    std::string large(1 << 20, 'x');
+    const std::string large(1 << 20, 'x');
     Files::atomicReplace(dir / "loose.json", large, 0600);
+    EXPECT_EQ(Files::read(dir / "new.json"), "first");
     EXPECT_EQ(Files::read(dir / "loose.json"), large);
+    EXPECT_EQ(modeOf(dir / "new.json"), 0600u);
     EXPECT_EQ(modeOf(dir / "loose.json"), 0600u);
-    Files::atomicReplace(target, "", 0600);
-    EXPECT_EQ(Files::read(target), "");
-    EXPECT_EQ(entries(), (std::vector<std::string>{"claude-abc.json", "loose.json"}));
+    Files::atomicReplace(dir / "new.json", "", 0600);
+    EXPECT_EQ(Files::read(dir / "new.json"), "");
+    EXPECT_EQ(entries(), (std::vector<std::string>{"loose.json", "new.json"}));
 }
 
 TEST_F(FilesTest, AtomicReplaceFailuresThrowAndLeaveNothing) {
-    fs::path missing = dir / "absent/claude-abc.json";
+    const fs::path missing = dir / "absent/claude-abc.json";
     try {
         Files::atomicReplace(missing, "data", 0600);
         ADD_FAILURE() << "no error for a missing directory";
@@ -96,15 +93,16 @@ TEST_F(FilesTest, ReadRefusesLargeAndSpecialFiles) {
 
     int pipeFDs[2];
     ASSERT_EQ(pipe(pipeFDs), 0);
-    ASSERT_EQ(write(pipeFDs[1], "piped\n", 6), 6);
-    close(pipeFDs[1]);
-    EXPECT_EQ(Files::readAll(pipeFDs[0]), "piped\n");
-    close(pipeFDs[0]);
+    FileDescriptor readEnd(pipeFDs[0]), writeEnd(pipeFDs[1]);
+    EXPECT_TRUE(Files::writeAll(writeEnd.get(), "piped\n"));
+    writeEnd.reset();
+    EXPECT_EQ(Files::readAll(readEnd.get()), "piped\n");
     EXPECT_FALSE(Files::readAll(-1));
+    EXPECT_FALSE(Files::writeAll(-1, "x"));
 }
 
-TEST_F(FilesTest, EnsureDirectory) {
-    mode_t old = umask(022);
+TEST_F(FilesTest, EnsureDirectoryMakesMissingParentsWithTheMode) {
+    const mode_t old = umask(022);
     Files::ensureDirectory(dir / "a/b", 0700);
     Files::ensureDirectory(dir / "a/b/", 0700);
     umask(old);
@@ -117,20 +115,16 @@ TEST_F(FilesTest, EnsureDirectory) {
     EXPECT_EQ(modeOf(dir / "a"), 0755u);
 
     std::ofstream(dir / "plain") << "x";
-    EXPECT_THROW(Files::ensureDirectory(dir / "plain"), Error);
-    EXPECT_THROW(Files::ensureDirectory(dir / "plain/sub"), Error);
-    EXPECT_THROW(Files::ensureDirectory(""), Error);
+    for (const fs::path& path : {dir / "plain", dir / "plain/sub", fs::path()}) {
+        EXPECT_THROW(Files::ensureDirectory(path), Error) << path;
+    }
 }
 
 TEST_F(FilesTest, ExclusiveLockHoldsUntilDestroyed) {
-    fs::path lockPath = dir / "claude-abc.json.lock";
+    const fs::path lockPath = dir / "claude-abc.json.lock";
     auto triesLock = [&] {
         FileDescriptor other(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
-        bool got = flock(other.get(), LOCK_EX | LOCK_NB) == 0;
-        if (got) {
-            flock(other.get(), LOCK_UN);
-        }
-        return got;
+        return flock(other.get(), LOCK_EX | LOCK_NB) == 0;
     };
     {
         Files::ExclusiveLock lock(lockPath);
@@ -151,7 +145,7 @@ TEST(FileDescriptor, ClosesExactlyOnce) {
         EXPECT_FALSE(readEnd.valid());
         EXPECT_EQ(moved.get(), pipeFDs[0]);
         FileDescriptor writeEnd(pipeFDs[1]);
-        int raw = writeEnd.release();
+        const int raw = writeEnd.release();
         EXPECT_FALSE(writeEnd.valid());
         EXPECT_NE(fcntl(raw, F_GETFD), -1); // still open after release
         close(raw);

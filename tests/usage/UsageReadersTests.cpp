@@ -15,17 +15,12 @@ constexpr double now = 1'795'341'600;         // 2026-11-22T10:00:00Z
 constexpr double fiveHourEnd = 1'795'359'600; // 2026-11-22T15:00:00Z
 constexpr double weekEnd = 1'795'946'400;     // 2026-11-29T10:00:00Z
 
+// What Claude Code hands its status-line command, trimmed to a few of its fields.
 const std::string statusLine = R"({
   "hook_event_name": "Status",
   "session_id": "5f1c2a9e-8d3b-4e7f-a1c0-2b9d6e4f8a13",
-  "transcript_path": "/Users/ana/.claude/projects/-Users-ana-src-shop/5f1c2a9e.jsonl",
-  "cwd": "/Users/ana/src/shop",
   "model": {"id": "claude-opus-4-1-20250805", "display_name": "Opus 4.1"},
-  "workspace": {"current_dir": "/Users/ana/src/shop", "project_dir": "/Users/ana/src/shop"},
-  "version": "2.0.14",
-  "output_style": {"name": "default"},
-  "cost": {"total_cost_usd": 1.8342, "total_duration_ms": 912044, "total_api_duration_ms": 301220,
-           "total_lines_added": 214, "total_lines_removed": 37},
+  "cost": {"total_cost_usd": 1.8342, "total_duration_ms": 912044},
   "rate_limits": {
     "five_hour": {"used_percentage": 42.5, "resets_at": 1795359600},
     "seven_day": {"used_percentage": 81, "resets_at": 1795946400}
@@ -64,33 +59,23 @@ TEST(ClaudeUsage, RecordsRateLimitsAndReadsThemBack) {
     // Without rate limits nothing is produced, so the last file survives.
     EXPECT_FALSE(ClaudeUsage::record(R"({"model":{"id":"claude-sonnet-4-5"},"cost":{}})", now));
     EXPECT_FALSE(ClaudeUsage::record(R"({"rate_limits":null})", now));
-    for (const std::string& bad : malformed) {
-        EXPECT_FALSE(ClaudeUsage::record(bad, now)) << bad;
-        EXPECT_TRUE(ClaudeUsage::windows(bad).empty()) << bad;
-    }
-}
 
-TEST(ClaudeUsage, IncompleteWindowsAreSkippedOneByOne) {
+    // Incomplete windows are skipped one by one.
     EXPECT_EQ(ClaudeUsage::windows(
                   R"({"rate_limits":{"seven_day":{"used_percentage":3,"resets_at":1795946400}}})"),
               (std::vector<UsageWindow>{{"claude.seven_day", Source::claude, 10'080, 3, weekEnd}}));
     EXPECT_EQ(ClaudeUsage::windows(R"({"rate_limits":{"five_hour":{"used_percentage":"3",)"
                                    R"("resets_at":1},"seven_day":{"used_percentage":3}}})"),
               std::vector<UsageWindow>{});
-}
 
-TEST(ClaudeUsage, FileLivesInTheSupportDirectory) {
     const char* previous = std::getenv("PELMORA_HOME");
-    std::string saved = previous ? previous : "";
+    const std::string saved = previous ? previous : "";
     setenv("PELMORA_HOME", "/tmp/pelmora-usage-test", 1);
     EXPECT_EQ(ClaudeUsage::file(), "/tmp/pelmora-usage-test/usage/claude.json");
-    if (previous)
-        setenv("PELMORA_HOME", saved.c_str(), 1);
-    else
-        unsetenv("PELMORA_HOME");
+    previous ? setenv("PELMORA_HOME", saved.c_str(), 1) : unsetenv("PELMORA_HOME");
 }
 
-TEST(ClaudeOAuthUsage, TokenOnlyWhileComfortablyValid) {
+TEST(ClaudeOAuthUsage, TokenOnlyWhileComfortablyValidAndUtilizationWithISODates) {
     auto credentials = [](double expiresInSeconds) {
         return R"({"claudeAiOauth":{"accessToken":"sk-ant-oat01-Qx7","refreshToken":"sk-ant-ort01-Zp2",)"
                R"("expiresAt":)" +
@@ -99,41 +84,33 @@ TEST(ClaudeOAuthUsage, TokenOnlyWhileComfortablyValid) {
     };
     EXPECT_EQ(ClaudeOAuthUsage::token(credentials(3600), now), "sk-ant-oat01-Qx7");
     EXPECT_EQ(ClaudeOAuthUsage::token(credentials(31), now), "sk-ant-oat01-Qx7");
-    EXPECT_FALSE(ClaudeOAuthUsage::token(credentials(30), now));
-    EXPECT_FALSE(ClaudeOAuthUsage::token(credentials(20), now));
-    EXPECT_FALSE(ClaudeOAuthUsage::token(credentials(-600), now));
+    // A token about to expire would be refused; better not to ask at all.
+    for (double expiresIn : {30, 20, -600}) {
+        EXPECT_FALSE(ClaudeOAuthUsage::token(credentials(expiresIn), now)) << expiresIn;
+    }
     EXPECT_FALSE(ClaudeOAuthUsage::token(R"({"claudeAiOauth":{"accessToken":"t"}})", now));
     EXPECT_FALSE(
         ClaudeOAuthUsage::token(R"({"claudeAiOauth":{"accessToken":7,"expiresAt":9e15}})", now));
-    for (const std::string& bad : malformed)
-        EXPECT_FALSE(ClaudeOAuthUsage::token(bad, now)) << bad;
-}
 
-TEST(ClaudeOAuthUsage, ReadsUtilizationWithISODates) {
     const std::string response = R"({
       "five_hour": {"utilization": 23.0, "resets_at": "2026-11-22T15:00:00.250000+00:00"},
       "seven_day": {"utilization": 61, "resets_at": "2026-11-29T11:00:00+01:00"},
       "seven_day_oauth_apps": null,
       "seven_day_opus": {"utilization": 0, "resets_at": null}
     })";
-    std::vector<UsageWindow> windows = ClaudeOAuthUsage::windows(response);
-    ASSERT_EQ(windows.size(), 2u);
-    EXPECT_EQ(windows[0].id, "claude.five_hour");
-    EXPECT_EQ(windows[0].minutes, 300);
-    EXPECT_EQ(windows[0].usedPercent, 23);
-    EXPECT_NEAR(windows[0].resetsAt, fiveHourEnd + 0.25, 1e-6);
-    EXPECT_EQ(windows[1], (UsageWindow{"claude.seven_day", Source::claude, 10'080, 61, weekEnd}));
-
+    EXPECT_EQ(ClaudeOAuthUsage::windows(response),
+              (std::vector<UsageWindow>{
+                  {"claude.five_hour", Source::claude, 300, 23, fiveHourEnd + 0.25},
+                  {"claude.seven_day", Source::claude, 10'080, 61, weekEnd},
+              }));
     EXPECT_TRUE(
         ClaudeOAuthUsage::windows(R"({"five_hour":{"utilization":5,"resets_at":null}})").empty());
     EXPECT_TRUE(
         ClaudeOAuthUsage::windows(R"({"five_hour":{"utilization":5,"resets_at":1795359600}})")
             .empty());
-    for (const std::string& bad : malformed)
-        EXPECT_TRUE(ClaudeOAuthUsage::windows(bad).empty()) << bad;
 }
 
-TEST(CodexUsage, ReadsTokenCountLines) {
+TEST(CodexUsage, ReadsTheLatestTokenCountLine) {
     const std::vector<UsageWindow> expected{
         {"codex.primary", Source::codex, 300, 37, fiveHourEnd},
         {"codex.secondary", Source::codex, 10'080, 12.5, weekEnd},
@@ -155,28 +132,21 @@ TEST(CodexUsage, ReadsTokenCountLines) {
         CodexUsage::windows(R"({"payload":{"rate_limits":{"primary":)"
                             R"({"used_percent":90,"window_minutes":"300","resets_at":5}}}})")
             .empty());
-    EXPECT_TRUE(CodexUsage::windows(R"({"payload":{"rate_limits":null}})").empty());
-    for (const std::string& bad : malformed)
-        EXPECT_TRUE(CodexUsage::windows(bad).empty()) << bad;
-}
 
-TEST(CodexUsage, LatestScansTheTailFromTheEnd) {
+    // The latest record is the last line that yields any window.
     const std::string older = R"({"payload":{"rate_limits":{"primary":)"
                               R"({"used_percent":1,"window_minutes":300,"resets_at":2}}}})";
     const std::string tail =
         "ied_tokens\":12}}}\n" + older + "\n" + codexTokenCount + "\n" + codexMessage + "\n" +
         R"({"type":"event_msg","payload":{"type":"token_count","rate_limits":null}})" + "\n" +
         codexMessage + "\n" + R"({"type":"turn_context"})" + "\n";
-    std::vector<UsageWindow> windows = CodexUsage::latest(tail);
-    ASSERT_EQ(windows.size(), 2u);
-    EXPECT_EQ(windows[0].usedPercent, 37);
+    EXPECT_EQ(CodexUsage::latest(tail), expected);
     EXPECT_EQ(CodexUsage::latest(older), CodexUsage::windows(older));
     EXPECT_TRUE(CodexUsage::latest(codexMessage + "\n\n").empty());
-    EXPECT_TRUE(CodexUsage::latest("").empty());
     EXPECT_TRUE(CodexUsage::latest("\n").empty());
 }
 
-TEST(GrokUsage, TokenFromTheFirstLiveIssuerEntry) {
+TEST(GrokUsage, TokenFromTheFirstLiveIssuerAndOneWindowPerBillingPeriod) {
     const std::string auth = R"({
       "https://auth.x.ai.example::ana": {"access_token": "wrong-issuer",
                                          "expires_at": "2026-11-23T00:00:00Z"},
@@ -192,11 +162,7 @@ TEST(GrokUsage, TokenFromTheFirstLiveIssuerEntry) {
     EXPECT_FALSE(GrokUsage::token(R"({"https://auth.x.ai::a":{"access_token":"t",)"
                                   R"("expires_at":1795345200}})",
                                   now));
-    for (const std::string& bad : malformed)
-        EXPECT_FALSE(GrokUsage::token(bad, now)) << bad;
-}
 
-TEST(GrokUsage, BillingPeriodBecomesOneWindow) {
     const UsageWindow november{"grok.credits", Source::grok, 43'200, 37.25, 1'796'083'200};
     EXPECT_EQ(GrokUsage::window(R"({
       "config": {"plan": "SuperGrok", "creditUsagePercent": 37.25, "creditLimit": 5000},
@@ -222,6 +188,17 @@ TEST(GrokUsage, BillingPeriodBecomesOneWindow) {
                           R"({"start":"2026-11-01T00:00:00Z","end":"2026-12-01T00:00:00Z"}})"));
     EXPECT_FALSE(GrokUsage::window(R"({"config":{"creditUsagePercent":5},)"
                                    R"("billingPeriodEnd":"next month"})"));
-    for (const std::string& bad : malformed)
+}
+
+TEST(UsageReaders, MalformedInputGivesNothing) {
+    for (const std::string& bad : malformed) {
+        EXPECT_FALSE(ClaudeUsage::record(bad, now)) << bad;
+        EXPECT_TRUE(ClaudeUsage::windows(bad).empty()) << bad;
+        EXPECT_FALSE(ClaudeOAuthUsage::token(bad, now)) << bad;
+        EXPECT_TRUE(ClaudeOAuthUsage::windows(bad).empty()) << bad;
+        EXPECT_TRUE(CodexUsage::windows(bad).empty()) << bad;
+        EXPECT_TRUE(CodexUsage::latest(bad).empty()) << bad;
+        EXPECT_FALSE(GrokUsage::token(bad, now)) << bad;
         EXPECT_FALSE(GrokUsage::window(bad)) << bad;
+    }
 }
