@@ -114,7 +114,9 @@ TEST(TextClasses, ClassifiesScalarsByUnicodeCategory) {
         for (char32_t scalar : members) {
             EXPECT_TRUE(test(scalar)) << name << " " << static_cast<unsigned>(scalar);
         }
-        for (char32_t scalar : others + std::u32string{0x110000, 0xFFFFFFFF}) {
+        std::u32string outsiders = others;
+        outsiders.append({0x110000, 0xFFFFFFFF});
+        for (char32_t scalar : outsiders) {
             EXPECT_FALSE(test(scalar)) << name << " " << static_cast<unsigned>(scalar);
         }
     }
