@@ -1,8 +1,8 @@
 #include "session/SessionRecord.h"
 
-#include <limits>
 #include <utility>
 
+#include "json/KeyedJSON.h"
 #include "json/OrderedJSON.h"
 
 namespace pelmora {
@@ -11,154 +11,8 @@ namespace {
 constexpr std::string_view stateNames[] = {"idle",   "working", "awaiting", "compacting",
                                            "failed", "done",    "ended"};
 
-// Builds an object member by member, leaving absent optionals out.
-class ObjectWriter {
-public:
-    void put(std::string_view key, JSONValue value) {
-        members_.push_back({std::string(key), std::move(value)});
-    }
-    void put(std::string_view key, const std::optional<std::string>& text) {
-        if (text) {
-            put(key, JSONValue::string(*text));
-        }
-    }
-    void putTime(std::string_view key, std::optional<double> seconds) {
-        if (seconds) {
-            put(key, JSONValue::number(*seconds));
-        }
-    }
-    template <class Integer> void putInteger(std::string_view key, std::optional<Integer> value) {
-        if (value) {
-            put(key, JSONValue::integer(static_cast<std::int64_t>(*value)));
-        }
-    }
-    JSONValue finish() { return JSONValue::object(std::move(members_)); }
-
-private:
-    JSONValue::Members members_;
-};
-
-// Reads members the way a strict keyed decoder does: a required member must
-// be present with the right type; an optional one may be absent or null, but
-// a present value of the wrong type fails the whole object.
-class ObjectReader {
-public:
-    explicit ObjectReader(const JSONValue& object) : object_(object) {}
-
-    bool failed() const { return failed_; }
-
-    const JSONValue* required(std::string_view key) {
-        const JSONValue* value = object_.find(key);
-        if (value == nullptr || value->isNull()) {
-            failed_ = true;
-            return nullptr;
-        }
-        return value;
-    }
-
-    std::string requiredString(std::string_view key) {
-        const JSONValue* value = required(key);
-        const std::string* text = value ? value->stringValue() : nullptr;
-        if (text == nullptr) {
-            failed_ = true;
-            return {};
-        }
-        return *text;
-    }
-
-    double requiredDouble(std::string_view key) {
-        const JSONValue* value = required(key);
-        std::optional<double> number = value ? value->doubleValue() : std::nullopt;
-        if (!number) {
-            failed_ = true;
-            return 0;
-        }
-        return *number;
-    }
-
-    bool requiredBool(std::string_view key) {
-        const JSONValue* value = required(key);
-        std::optional<bool> flag = value ? value->boolValue() : std::nullopt;
-        if (!flag) {
-            failed_ = true;
-            return false;
-        }
-        return *flag;
-    }
-
-    template <class Integer> Integer requiredInteger(std::string_view key) {
-        const JSONValue* value = required(key);
-        auto number = value ? fitting<Integer>(*value) : std::nullopt;
-        if (!number) {
-            failed_ = true;
-            return 0;
-        }
-        return *number;
-    }
-
-    template <class E> E requiredRaw(std::string_view key) {
-        auto known = fromRaw<E>(requiredString(key));
-        if (!known) {
-            failed_ = true;
-            return E{};
-        }
-        return *known;
-    }
-
-    std::optional<std::string> optionalString(std::string_view key) {
-        const JSONValue* value = optional(key);
-        if (value == nullptr) {
-            return std::nullopt;
-        }
-        const std::string* text = value->stringValue();
-        if (text == nullptr) {
-            failed_ = true;
-            return std::nullopt;
-        }
-        return *text;
-    }
-
-    std::optional<double> optionalDouble(std::string_view key) {
-        const JSONValue* value = optional(key);
-        if (value == nullptr) {
-            return std::nullopt;
-        }
-        auto number = value->doubleValue();
-        failed_ = failed_ || !number;
-        return number;
-    }
-
-    template <class Integer> std::optional<Integer> optionalInteger(std::string_view key) {
-        const JSONValue* value = optional(key);
-        if (value == nullptr) {
-            return std::nullopt;
-        }
-        auto number = fitting<Integer>(*value);
-        failed_ = failed_ || !number;
-        return number;
-    }
-
-private:
-    const JSONValue* optional(std::string_view key) const {
-        const JSONValue* value = object_.find(key);
-        return value == nullptr || value->isNull() ? nullptr : value;
-    }
-
-    template <class Integer> static std::optional<Integer> fitting(const JSONValue& value) {
-        auto number = value.integerValue();
-        if (!number || *number < std::numeric_limits<Integer>::min() ||
-            *number > std::numeric_limits<Integer>::max()) {
-            return std::nullopt;
-        }
-        return static_cast<Integer>(*number);
-    }
-
-    const JSONValue& object_;
-    bool failed_ = false;
-};
-
 JSONValue hostJSON(const HostInfo& host) {
-    ObjectWriter out;
+    JSONObjectWriter out;
     out.put("termProgram", host.termProgram);
     out.put("termSessionID", host.termSessionID);
     out.put("itermSessionID", host.itermSessionID);
@@ -169,10 +23,7 @@ JSONValue hostJSON(const HostInfo& host) {
 }
 
 std::optional<HostInfo> hostFromJSON(const JSONValue& json) {
-    if (!json.isObject()) {
-        return std::nullopt;
-    }
-    ObjectReader in(json);
+    JSONObjectReader in(json);
     HostInfo host;
     host.termProgram = in.optionalString("termProgram");
     host.termSessionID = in.optionalString("termSessionID");
@@ -232,12 +83,12 @@ std::string SessionRecord::projectName() const {
 }
 
 JSONValue SessionRecord::toJSON() const {
-    ObjectWriter out;
+    JSONObjectWriter out;
     out.put("schemaVersion", JSONValue::integer(schemaVersion));
-    out.put("source", JSONValue::string(std::string(rawValue(source))));
-    out.put("sessionID", JSONValue::string(sessionID));
-    out.put("cwd", JSONValue::string(cwd));
-    out.put("state", JSONValue::string(std::string(rawValue(state))));
+    out.putRaw("source", source);
+    out.put("sessionID", sessionID);
+    out.put("cwd", cwd);
+    out.putRaw("state", state);
     out.put("tool", tool);
     out.put("summary", summary);
     out.put("title", title);
@@ -260,10 +111,7 @@ JSONValue SessionRecord::toJSON() const {
 }
 
 std::optional<SessionRecord> SessionRecord::fromJSON(const JSONValue& json) {
-    if (!json.isObject()) {
-        return std::nullopt;
-    }
-    ObjectReader in(json);
+    JSONObjectReader in(json);
     SessionRecord record;
     record.schemaVersion = in.requiredInteger<int>("schemaVersion");
     record.source = in.requiredRaw<Source>("source");
@@ -277,12 +125,7 @@ std::optional<SessionRecord> SessionRecord::fromJSON(const JSONValue& json) {
     record.stateSince = in.requiredDouble("stateSince");
     record.updatedAt = in.requiredDouble("updatedAt");
     record.lastEvent = in.optionalString("lastEvent");
-    const JSONValue* host = in.required("host");
-    if (auto decoded = host ? hostFromJSON(*host) : std::nullopt) {
-        record.host = std::move(*decoded);
-    } else {
-        return std::nullopt;
-    }
+    record.host = in.requiredDecoded<HostInfo>("host", hostFromJSON);
     record.pid = in.optionalInteger<std::int32_t>("pid");
     record.pidStartTime = in.optionalDouble("pidStartTime");
     record.detail = in.optionalString("detail");

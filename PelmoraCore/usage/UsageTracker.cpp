@@ -1,7 +1,6 @@
 #include "usage/UsageTracker.h"
 
-#include <cstdint>
-#include <limits>
+#include "json/KeyedJSON.h"
 
 namespace pelmora {
 
@@ -26,38 +25,21 @@ double UsageWindow::percent(double at) const {
 }
 
 JSONValue UsageWindow::toJSON() const {
-    return JSONValue::object({
-        {"id", JSONValue::string(id)},
-        {"agent", JSONValue::string(std::string(rawValue(agent)))},
-        {"minutes", JSONValue::integer(minutes)},
-        {"usedPercent", JSONValue::number(usedPercent)},
-        {"resetsAt", JSONValue::number(resetsAt)},
-    });
+    JSONObjectWriter out;
+    out.put("id", id);
+    out.putRaw("agent", agent);
+    out.put("minutes", JSONValue::integer(minutes));
+    out.put("usedPercent", JSONValue::number(usedPercent));
+    out.put("resetsAt", JSONValue::number(resetsAt));
+    return out.finish();
 }
 
 std::optional<UsageWindow> UsageWindow::fromJSON(const JSONValue& json) {
-    const JSONValue* id = json.find("id");
-    const JSONValue* agent = json.find("agent");
-    const JSONValue* minutes = json.find("minutes");
-    const JSONValue* usedPercent = json.find("usedPercent");
-    const JSONValue* resetsAt = json.find("resetsAt");
-    if (!id || !agent || !minutes || !usedPercent || !resetsAt)
-        return std::nullopt;
-
-    const std::string* idText = id->stringValue();
-    const std::string* agentText = agent->stringValue();
-    if (!idText || !agentText)
-        return std::nullopt;
-    std::optional<Source> source = fromRaw<Source>(*agentText);
-    std::optional<std::int64_t> length = minutes->integerValue();
-    std::optional<double> used = usedPercent->doubleValue();
-    std::optional<double> resets = resetsAt->doubleValue();
-    if (!source || !length || !used || !resets)
-        return std::nullopt;
-    if (*length < std::numeric_limits<int>::min() || *length > std::numeric_limits<int>::max())
-        return std::nullopt;
-
-    return UsageWindow{*idText, *source, static_cast<int>(*length), *used, *resets};
+    JSONObjectReader in(json);
+    UsageWindow window{in.requiredString("id"), in.requiredRaw<Source>("agent"),
+                       in.requiredInteger<int>("minutes"), in.requiredDouble("usedPercent"),
+                       in.requiredDouble("resetsAt")};
+    return in.failed() ? std::nullopt : std::optional(std::move(window));
 }
 
 std::optional<UsageStage> usageStageFromRaw(int raw) {
