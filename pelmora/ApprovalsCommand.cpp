@@ -29,7 +29,7 @@
 #include "hook/Source.h"
 #include "json/OrderedJSON.h"
 #include "platform/Platform.h"
-#include "support/Error.h"
+#include "platform/Error.h"
 #include "support/Files.h"
 #include "support/Text.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "Commands.h"
-#include "support/Error.h"
+#include "platform/Error.h"
 
 namespace pelmora::cli {
 

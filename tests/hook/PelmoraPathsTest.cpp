@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "hook/AgentDetection.h"
-#include "support/Error.h"
+#include "platform/Error.h"
 
 namespace pelmora {
 namespace {

@@ -14,7 +14,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "support/Error.h"
+#include "platform/Error.h"
 #include "support/Files.h"
 
 using namespace pelmora;

@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/Error.h"
+#include "platform/Error.h"
 
 namespace pelmora {
 namespace {
