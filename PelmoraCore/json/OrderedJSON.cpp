@@ -21,6 +21,10 @@ const char* JSONParseError::what() const noexcept {
     return text_.c_str();
 }
 
+std::string JSONParseError::located() const {
+    return message + " at line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
 namespace OrderedJSON {
 
 namespace {
@@ -561,6 +565,25 @@ JSONValue parse(std::string_view text) {
     if (!parser.parseDocument(root))
         throw JSONParseError(parser.failureOffset());
     return root;
+}
+
+JSONValue parseDiagnosed(std::string_view text) {
+    Parser parser(text);
+    JSONValue root;
+    if (parser.parseDocument(root)) {
+        return root;
+    }
+    JSONParseError error(parser.failureOffset());
+    error.message = "Invalid JSON";
+    std::string_view before = text.substr(0, static_cast<std::size_t>(error.offset));
+    std::size_t lineStart = before.rfind('\n');
+    lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
+    error.line = static_cast<int>(std::count(before.begin(), before.end(), '\n')) + 1;
+    // Continuation bytes do not start a character.
+    error.column = 1 + static_cast<int>(std::count_if(
+                           before.begin() + static_cast<std::ptrdiff_t>(lineStart), before.end(),
+                           [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    throw error;
 }
 
 std::string serialize(const JSONValue& value, std::string_view indent) {

@@ -19,6 +19,15 @@ public:
     std::string description() const;
     const char* what() const noexcept override;
 
+    // Filled only by parseDiagnosed, for files that people edit by hand:
+    // what the parser expected, and where (1-based; the column counts
+    // characters of the line, not bytes).
+    std::string message;
+    int line = 0;
+    int column = 0;
+    // "<message> at line <line>, column <column>"
+    std::string located() const;
+
 private:
     std::string text_;
 };
@@ -34,6 +43,10 @@ inline constexpr int maxDepth = 512;
 JSONValue parse(std::string_view text);
 // The same without throwing, for decoders of outside input.
 std::optional<JSONValue> tryParse(std::string_view text);
+
+// parse() that, on failure, also says what was wrong and at which line and
+// column (JSONParseError::located). Costs more than parse only on failure.
+JSONValue parseDiagnosed(std::string_view text);
 
 // The installers' fixed indented style, starting at depth 0, with no line
 // feed after the outermost value.
