@@ -3,16 +3,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 #include "Commands.h"
+#include "SessionRows.h"
 #include "Terminal.h"
 #include "hook/PelmoraPaths.h"
-#include "hook/Source.h"
 #include "session/SessionRecord.h"
 #include "session/SessionStore.h"
 #include "support/Text.h"
@@ -23,47 +22,6 @@ namespace {
 
 using SessionStore::LoadResult;
 
-// Whole units, rounded down: "12s", "4m", "2h", "3d". A stateSince in the
-// future (another machine's clock) reads as "0s".
-std::string ageText(double seconds) {
-    if (!(seconds > 0)) {
-        seconds = 0;
-    }
-    // Keeps the conversion below defined for a record from the year 1 or 9999.
-    seconds = std::min(seconds, 1e15);
-    auto whole = [](double value) { return std::to_string(static_cast<std::int64_t>(value)); };
-    if (seconds < 60) {
-        return whole(seconds) + "s";
-    }
-    if (seconds < 3600) {
-        return whole(seconds / 60) + "m";
-    }
-    if (seconds < 86400) {
-        return whole(seconds / 3600) + "h";
-    }
-    return whole(seconds / 86400) + "d";
-}
-
-// The SGR code of each state, so what needs the user stands out.
-std::string_view stateStyle(SessionState state) {
-    switch (state) {
-    case SessionState::working:
-        return "32";
-    case SessionState::awaiting:
-        return "1;33";
-    case SessionState::compacting:
-        return "36";
-    case SessionState::failed:
-        return "1;31";
-    case SessionState::idle:
-    case SessionState::ended:
-        return "2";
-    case SessionState::done:
-        return "";
-    }
-    return "";
-}
-
 std::string problemText(const LoadResult& result) {
     const std::string file = printable(result.url.string());
     if (result.kind == LoadResult::Kind::unsupported) {
@@ -72,46 +30,25 @@ std::string problemText(const LoadResult& result) {
     return "corrupt session file: " + file;
 }
 
-constexpr std::size_t columnCount = 6;
-constexpr std::size_t titleColumn = 5;
-constexpr std::string_view gap = "  ";
-
-struct Row {
-    std::array<std::string, columnCount> cells; // agent, project, state, since, tool, title
-    std::string summary;
-    SessionState state = SessionState::idle;
-};
-
-Row makeRow(const SessionRecord& record, double now) {
-    Row row;
-    row.cells = {
-        std::string(displayName(record.source)),     printable(record.projectName()),
-        std::string(rawValue(record.state)),         ageText(now - record.stateSince),
-        record.tool ? printable(*record.tool) : "-", record.title ? printable(*record.title) : ""};
-    row.summary = record.summary ? printable(*record.summary) : "";
-    row.state = record.state;
-    return row;
-}
-
 void dropTrailingSpaces(std::string& line) {
     line.erase(line.find_last_not_of(' ') + 1);
 }
 
 void printTable(const std::vector<SessionRecord>& records, double now, bool colour) {
-    const std::array<std::string, columnCount> headings = {"AGENT", "PROJECT", "STATE",
-                                                           "SINCE", "TOOL",    "TITLE"};
-    std::vector<Row> rows;
+    constexpr std::string_view gap = "  ";
+    std::vector<SessionRow> rows;
     rows.reserve(records.size());
     for (const SessionRecord& record : records) {
-        rows.push_back(makeRow(record, now));
+        rows.push_back(sessionRow(record, now));
     }
     std::array<std::size_t, columnCount> widths{};
     for (std::size_t column = 0; column < columnCount; ++column) {
-        widths[column] = Text::characterCount(headings[column]);
-        for (const Row& row : rows) {
+        widths[column] = Text::characterCount(columns[column].heading);
+        for (const SessionRow& row : rows) {
             widths[column] = std::max(widths[column], Text::characterCount(row.cells[column]));
         }
     }
+    const std::size_t titleColumn = static_cast<std::size_t>(Column::title);
     std::size_t titleOffset = 0;
     for (std::size_t column = 0; column < titleColumn; ++column) {
         titleOffset += widths[column] + gap.size();
@@ -119,34 +56,32 @@ void printTable(const std::vector<SessionRecord>& records, double now, bool colo
 
     // Styles wrap the bare text and padding stays outside them, so the
     // columns line up whether or not colour is on.
-    auto cell = [&](std::string_view text, std::size_t column, std::string_view style) {
-        std::string out;
+    auto cell = [&](std::string_view text, std::size_t column, Style style) {
         const std::string padding = padRight("", widths[column] - Text::characterCount(text));
-        if (column == 3) { // ages line up on their unit letter
-            out = padding + styled(text, style, colour);
-        } else {
-            out = styled(text, style, colour) + padding;
-        }
+        std::string out = columns[column].alignsRight ? padding + styled(text, style, colour)
+                                                      : styled(text, style, colour) + padding;
         return out + std::string(column + 1 < columnCount ? gap : "");
     };
 
     std::string heading;
     for (std::size_t column = 0; column < columnCount; ++column) {
-        heading += cell(headings[column], column, "1");
+        heading += cell(columns[column].heading, column, headingStyle);
     }
     dropTrailingSpaces(heading);
     std::printf("%s\n", heading.c_str());
 
-    for (const Row& row : rows) {
+    const std::size_t stateColumn = static_cast<std::size_t>(Column::state);
+    for (const SessionRow& row : rows) {
         std::string line;
         for (std::size_t column = 0; column < columnCount; ++column) {
-            line += cell(row.cells[column], column, column == 2 ? stateStyle(row.state) : "");
+            line += cell(row.cells[column], column,
+                         column == stateColumn ? stateStyle(row.state) : Style{});
         }
         dropTrailingSpaces(line);
         std::printf("%s\n", line.c_str());
         if (!row.summary.empty()) {
             std::printf("%s%s\n", std::string(titleOffset, ' ').c_str(),
-                        styled(row.summary, "2", colour).c_str());
+                        styled(row.summary, summaryStyle, colour).c_str());
         }
     }
 }

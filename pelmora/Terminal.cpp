@@ -56,15 +56,6 @@ bool wantsColour(int fd) {
     return term == nullptr || std::strcmp(term, "dumb") != 0;
 }
 
-std::string styled(std::string_view text, std::string_view code, bool colour) {
-    if (!colour || code.empty()) {
-        return std::string(text);
-    }
-    std::string out = "\x1b[";
-    out.append(code).append("m").append(text).append("\x1b[0m");
-    return out;
-}
-
 std::string padRight(std::string_view text, std::size_t width) {
     return std::string(text) + spaces(text, width);
 }

@@ -16,10 +16,6 @@ std::string printable(std::string_view text);
 // terminal is "dumb".
 bool wantsColour(int fd);
 
-// `text` wrapped in the SGR sequence `code` ("1" bold, "31" red, ...), or
-// unchanged when colour is off.
-std::string styled(std::string_view text, std::string_view code, bool colour);
-
 // Pads with spaces to `width` characters (grapheme clusters).
 std::string padRight(std::string_view text, std::size_t width);
 std::string padLeft(std::string_view text, std::size_t width);
