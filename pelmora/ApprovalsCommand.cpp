@@ -28,8 +28,8 @@
 #include "hook/PelmoraPaths.h"
 #include "hook/Source.h"
 #include "json/OrderedJSON.h"
-#include "platform/Platform.h"
 #include "platform/Error.h"
+#include "platform/Platform.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
@@ -61,74 +61,6 @@ void catchStopSignals() {
     }
     // A hook that gave up must yield a write error, not end this process.
     signal(SIGPIPE, SIG_IGN);
-}
-
-std::optional<int> parseCount(std::string_view text) {
-    if (text.empty() || text.size() > 9 ||
-        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
-        return std::nullopt;
-    }
-    const int value = std::atoi(std::string(text).c_str());
-    return value >= 1 ? std::optional<int>(value) : std::nullopt;
-}
-
-std::optional<double> parseSeconds(std::string_view text) {
-    const std::string owned(text);
-    char* end = nullptr;
-    errno = 0;
-    const double value = std::strtod(owned.c_str(), &end);
-    if (owned.empty() || end != owned.c_str() + owned.size() || errno != 0 ||
-        !std::isfinite(value) || value <= 0) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-// Fills `options`, or gives the message for a usage error.
-std::optional<std::string> parseOptions(const Arguments& arguments, Options& options) {
-    bool answered = false;
-    for (std::size_t i = 0; i < arguments.size(); ++i) {
-        const std::string argument(arguments[i]);
-        if (argument != "--answer" && argument != "--message" && argument != "--answers" &&
-            argument != "--count" && argument != "--timeout") {
-            return "approvals: unknown option '" + argument + "'";
-        }
-        if (i + 1 >= arguments.size()) {
-            return "approvals: " + argument + " needs a value";
-        }
-        const std::string_view value = arguments[++i];
-        if (argument == "--answer") {
-            std::optional<ApprovalDecision> decision = fromRaw<ApprovalDecision>(value);
-            if (!decision) {
-                return "approvals: --answer must be allow, allowAlways, deny or ask";
-            }
-            options.response.decision = *decision;
-            answered = true;
-        } else if (argument == "--message") {
-            options.response.message = std::string(value);
-        } else if (argument == "--answers") {
-            if (!options.response.answers) {
-                options.response.answers.emplace();
-            }
-            options.response.answers->emplace_back(value);
-        } else if (argument == "--count") {
-            std::optional<int> count = parseCount(value);
-            if (!count) {
-                return "approvals: --count must be a whole number of at least 1";
-            }
-            options.count = *count;
-        } else {
-            std::optional<double> seconds = parseSeconds(value);
-            if (!seconds) {
-                return "approvals: --timeout must be a number of seconds above 0";
-            }
-            options.timeout = *seconds;
-        }
-    }
-    if (!answered) {
-        return "approvals: --answer is required";
-    }
-    return std::nullopt;
 }
 
 bool setCloseOnExec(int fd) {
@@ -379,11 +311,7 @@ bool serve(int connection, const Options& options, Clock::time_point deadline) {
 
 } // namespace
 
-int runApprovals(const Arguments& arguments) {
-    Options options;
-    if (std::optional<std::string> problem = parseOptions(arguments, options)) {
-        return usageError(*problem);
-    }
+int runApprovals(const Options& options) {
     catchStopSignals();
 
     const std::filesystem::path socketPath = PelmoraPaths::approvalSocket();
@@ -417,5 +345,48 @@ int runApprovals(const Arguments& arguments) {
     }
     return stopSignal != 0 ? 128 + stopSignal : 0;
 }
+
+namespace {
+
+Run declareApprovals(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    auto answers = std::make_shared<std::vector<std::string>>();
+    addChoice(app, "--answer", options->response.decision,
+              {ApprovalDecision::allow, ApprovalDecision::allowAlways, ApprovalDecision::deny,
+               ApprovalDecision::ask},
+              "the decision for every request")
+        ->required();
+    app.add_option_function<std::string>(
+           "--message", [options](const std::string& text) { options->response.message = text; },
+           "the reason the agent is given with the decision")
+        ->take_last();
+    // Answers match questions by position: each --answers takes exactly one
+    // value, so a stray word is refused rather than taken for the next answer.
+    app.add_option("--answers", *answers, "the answer to a question; once per question, in order")
+        ->allow_extra_args(false)
+        ->take_all();
+    addWholeNumber(app, "--count", options->count, 1,
+                   "the requests to answer before stopping (default 1)");
+    addSeconds(app, "--timeout", options->timeout, "the longest time to wait (default 60)");
+    return [options, answers] {
+        if (!answers->empty()) {
+            options->response.answers = *answers;
+        }
+        return runApprovals(*options);
+    };
+}
+
+} // namespace
+
+const Command approvalsCommand{
+    "approvals", "answer the agents' permission requests and questions",
+    "Stands in for the notch app: listens on the approval socket, prints each request\n"
+    "as it comes and gives every one the same answer, until --count requests are\n"
+    "answered or the time is up; both end with exit status 0. Questions take\n"
+    "--answer allow and one --answers per question, in order; when the numbers do not\n"
+    "match, the agent asks the user itself.\n"
+    "\n"
+    "example: pelmora approvals --answer allow --answers Postgres --count 2",
+    declareApprovals};
 
 } // namespace pelmora::cli

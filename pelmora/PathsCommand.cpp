@@ -10,11 +10,9 @@
 #include "hook/PelmoraPaths.h"
 
 namespace pelmora::cli {
+namespace {
 
-int runPaths(const Arguments& arguments) {
-    if (!arguments.empty()) {
-        return usageError("paths: unexpected argument '" + std::string(arguments.front()) + "'");
-    }
+int runPaths() {
     namespace P = PelmoraPaths;
     // Named as in the code, so a line can be traced to the one place that spells it.
     const std::pair<const char*, std::filesystem::path> locations[] = {
@@ -42,5 +40,17 @@ int runPaths(const Arguments& arguments) {
     }
     return 0;
 }
+
+Run declarePaths(CLI::App&) {
+    return runPaths;
+}
+
+} // namespace
+
+const Command pathsCommand{
+    "paths", "every location the system uses",
+    "Prints one \"name: path\" line per location, named as in the code, for scripts to pick\n"
+    "apart with cut or sed. The paths follow PELMORA_HOME.",
+    declarePaths};
 
 } // namespace pelmora::cli

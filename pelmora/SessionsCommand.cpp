@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -86,17 +87,7 @@ void printTable(const std::vector<SessionRecord>& records, double now, bool colo
     }
 }
 
-} // namespace
-
-int runSessions(const Arguments& arguments) {
-    bool json = false;
-    for (std::string_view argument : arguments) {
-        if (argument != "--json") {
-            return usageError("sessions: unknown option '" + std::string(argument) + "'");
-        }
-        json = true;
-    }
-
+int runSessions(bool json) {
     std::vector<SessionRecord> records;
     std::vector<LoadResult> problems;
     for (LoadResult& result : SessionStore::loadAll(PelmoraPaths::sessionsDirectory())) {
@@ -135,5 +126,20 @@ int runSessions(const Arguments& arguments) {
     }
     return 0;
 }
+
+Run declareSessions(CLI::App& app) {
+    auto json = std::make_shared<bool>(false);
+    app.add_flag("--json", *json, "one compact JSON record per line, for scripts");
+    return [json] { return runSessions(*json); };
+}
+
+} // namespace
+
+const Command sessionsCommand{
+    "sessions", "the agent sessions the hooks have recorded, newest first",
+    "The table shows each session's agent, project, state, time in that state, last tool\n"
+    "and title, with the latest summary below. Damaged session files are listed after\n"
+    "it (on stderr with --json, so that stdout stays JSON lines).",
+    declareSessions};
 
 } // namespace pelmora::cli
