@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "common/ProcessRunner.h"
 
@@ -10,44 +12,91 @@ namespace {
 using testing::Finished;
 using testing::TempHome;
 
-TEST(CommandLine, UsageGoesToStdoutWhenAskedAndToStderrForAMistake) {
+// Runs `pelmora` with `line` split at spaces, as a shell splits it.
+Finished pelmora(const TempHome& home, const std::string& line) {
+    std::vector<std::string> arguments{testing::cliBinary()};
+    std::istringstream words(line);
+    for (std::string word; words >> word;) {
+        arguments.push_back(word);
+    }
+    return testing::run(arguments, home.environment());
+}
+
+TEST(CommandLine, HelpIsTheSameTextHoweverItIsAskedFor) {
     TempHome home;
-    for (const char* asked : {"help", "--help", ""}) {
-        std::vector<std::string> arguments{testing::cliBinary()};
-        if (asked[0] != '\0') {
-            arguments.emplace_back(asked);
-        }
-        const Finished result = testing::run(arguments, home.environment());
-        EXPECT_EQ(result.exitStatus, 0) << asked;
-        EXPECT_EQ(result.out.rfind("usage: pelmora <command>", 0), 0u) << result.out;
+    const std::string overview = pelmora(home, "").out;
+    const std::string approvals = pelmora(home, "help approvals").out;
+    const std::pair<const char*, const std::string*> cases[] = {
+        {"help", &overview},
+        {"--help", &overview},
+        {"-h", &overview},
+        {"approvals --answer deny --help", &approvals}};
+    for (const auto& [line, out] : cases) {
+        const Finished result = pelmora(home, line);
+        EXPECT_EQ(result.exitStatus, 0) << line;
+        EXPECT_EQ(result.out, *out) << line;
         EXPECT_EQ(result.err, "");
     }
 
-    const Finished unknown =
-        testing::run({testing::cliBinary(), "frobnicate", "--now"}, home.environment());
-    EXPECT_EQ(unknown.exitStatus, 2);
-    EXPECT_EQ(unknown.out, "");
-    EXPECT_EQ(unknown.err.rfind("pelmora: unknown command 'frobnicate'\n", 0), 0u) << unknown.err;
-    EXPECT_NE(unknown.err.find("usage: pelmora <command>"), std::string::npos);
-    EXPECT_NE(unknown.err.find("approvals --answer allow|allowAlways|deny|ask"), std::string::npos);
+    EXPECT_EQ(overview.rfind("usage: pelmora <command> [options]\n", 0), 0u) << overview;
+    EXPECT_TRUE(std::regex_search(overview, std::regex("\n  sessions +\\w.*\n  approvals +\\w.*\n"
+                                                       "  paths +\\w.*\n  help +\\w")))
+        << "every command, with its summary, in the table's order";
+    // Spelled from the declared options: required, optional, repeatable.
+    EXPECT_EQ(approvals.rfind(
+                  "usage: pelmora approvals --answer allow|allowAlways|deny|ask [--message TEXT]\n"
+                  "                         [--answers TEXT]... [--count N] [--timeout SECONDS]\n",
+                  0),
+              0u)
+        << approvals;
+    EXPECT_TRUE(std::regex_match(pelmora(home, "--version").out,
+                                 std::regex("pelmora [0-9]+\\.[0-9]+\\.[0-9]+\n")));
+}
+
+TEST(CommandLine, UsageErrorsNameTheProblemAndWhereHelpIs) {
+    TempHome home;
+    const struct {
+        const char* line;
+        int exitStatus;
+        std::string errStart;
+    } cases[] = {
+        {"frobnicate --now", 2, "pelmora: unknown command 'frobnicate'\nRun 'pelmora help'"},
+        {"help frobnicate", 2, "pelmora: unknown command 'frobnicate'\n"},
+        {"--bogus sessions", 2, "pelmora: unknown option '--bogus'\n"},
+        {"sessions --all", 2, "pelmora: sessions: unknown option '--all'\n"},
+        {"paths extra", 2, "pelmora: paths: unexpected argument 'extra'\n"},
+        {"approvals --message why", 2, "pelmora: approvals: --answer is required\n"},
+        {"approvals --answer", 2, "pelmora: approvals: --answer needs a value\n"},
+        {"approvals --answer maybe", 2,
+         "pelmora: approvals: --answer must be allow, allowAlways, deny or ask\n"},
+        {"approvals --answer deny --count 0", 2,
+         "pelmora: approvals: --count must be a whole number of at least 1\n"},
+        {"approvals --answer deny --timeout soon", 2,
+         "pelmora: approvals: --timeout must be a number of seconds above 0\n"},
+        {"approvals --answer deny --answers a b", 2,
+         "pelmora: approvals: unexpected argument 'b'\n"},
+        // Read as written: not octal, and the last of a repeated option counts.
+        {"approvals --answer deny --count 010 --timeout 9 --timeout 0.1", 0,
+         "pelmora: stopped after 0.1 s with 0 of 10 request(s) answered\n"},
+    };
+    for (const auto& [line, exitStatus, errStart] : cases) {
+        const Finished result = pelmora(home, line);
+        EXPECT_EQ(result.exitStatus, exitStatus) << line;
+        EXPECT_EQ(result.err.rfind(errStart, 0), 0u) << line << "\n" << result.err;
+        if (exitStatus == 2) {
+            EXPECT_EQ(result.out, "");
+            EXPECT_NE(result.err.find("\nRun 'pelmora help"), std::string::npos) << result.err;
+        }
+    }
 }
 
 TEST(CommandLine, PathsFollowTheSupportDirectory) {
     TempHome home;
-    const Finished result = testing::run({testing::cliBinary(), "paths"}, home.environment());
-    EXPECT_EQ(result.exitStatus, 0);
-    const std::string root = home.path().string();
-    for (const std::string& expected :
-         {"supportDirectory: " + root + "\n", "sessionsDirectory: " + root + "/sessions\n",
-          "approvalSocket: " + root + "/approval.sock\n", "alertSocket: " + root + "/alert.sock\n",
-          "installedHookBinary: " + root + "/bin/pelmora-hook\n"}) {
-        EXPECT_NE(result.out.find(expected), std::string::npos) << expected << result.out;
-    }
+    const std::string out = pelmora(home, "paths").out;
+    EXPECT_NE(out.find("\nsessionsDirectory: " + home.sessions().string() + "\n"),
+              std::string::npos);
     // Every line is "name: absolute path", so scripts can cut it apart.
-    EXPECT_TRUE(std::regex_match(result.out, std::regex("([A-Za-z]+: /[^\n]*\n)+"))) << result.out;
-
-    EXPECT_EQ(testing::run({testing::cliBinary(), "paths", "extra"}, home.environment()).exitStatus,
-              2);
+    EXPECT_TRUE(std::regex_match(out, std::regex("([A-Za-z]+: /[^\n]*\n)+"))) << out;
 }
 
 } // namespace

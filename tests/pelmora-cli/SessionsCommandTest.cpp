@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,32 +15,9 @@ namespace {
 using testing::Finished;
 using testing::TempHome;
 
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> result;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        result.push_back(line);
-    }
-    return result;
-}
-
-// The index of the first line holding `needle`, or -1.
-int lineWith(const std::vector<std::string>& all, std::string_view needle) {
-    for (std::size_t i = 0; i < all.size(); ++i) {
-        if (all[i].find(needle) != std::string::npos) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
-}
-
-Finished sessions(const TempHome& home, std::vector<std::string> extra = {}) {
-    std::vector<std::string> arguments{testing::cliBinary(), "sessions"};
-    arguments.insert(arguments.end(), extra.begin(), extra.end());
-    Finished result = testing::run(arguments, home.environment());
-    EXPECT_FALSE(result.killed);
-    EXPECT_EQ(result.exitStatus, 0) << result.err;
-    return result;
+Finished sessions(const TempHome& home, std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {testing::cliBinary(), "sessions"});
+    return testing::run(options, home.environment());
 }
 
 SessionRecord record(Source source, std::string id, std::string cwd, SessionState state,
@@ -52,14 +28,10 @@ SessionRecord record(Source source, std::string id, std::string cwd, SessionStat
     return made;
 }
 
-struct Fixture {
-    std::vector<SessionRecord> newestFirst;
-};
-
 // Four sessions in four age units, written in an order that is neither the
 // newest-first order nor alphabetical; plus a lock file, a damaged file and
-// one of another format version.
-Fixture writeSessions(const TempHome& home) {
+// one of another format version. Returns the sessions newest first.
+std::vector<SessionRecord> writeSessions(const TempHome& home) {
     const double now = Time::now();
     SessionRecord claude = record(Source::claude, "9f1c2e", "/Users/ana/code/web-shop",
                                   SessionState::working, now - 12.1, now - 1);
@@ -88,89 +60,39 @@ Fixture writeSessions(const TempHome& home) {
     future.sessionID = "later";
     future.schemaVersion = 2;
     Files::atomicReplace(home.sessions() / "claude-later.json", future.encode(), 0600);
-    return {{claude, copilot, codex, grok}};
+    return {claude, copilot, codex, grok};
 }
 
-TEST(SessionsCommand, TableShowsNewestFirstWithReadableFields) {
+TEST(SessionsCommand, TableAndJSONLinesNewestFirst) {
     TempHome home;
-    writeSessions(home);
-    const Finished result = sessions(home);
-    const std::vector<std::string> out = lines(result.out);
-    ASSERT_GE(out.size(), 6u) << result.out;
-
-    EXPECT_EQ(out[0].rfind("AGENT", 0), 0u) << "a heading comes first";
-    const int claude = lineWith(out, "Claude Code");
-    const int copilot = lineWith(out, "GitHub Copilot");
-    const int codex = lineWith(out, "Codex");
-    const int grok = lineWith(out, "Grok Build");
-    ASSERT_GT(claude, 0);
-    EXPECT_LT(claude, copilot);
-    EXPECT_LT(copilot, codex);
-    EXPECT_LT(codex, grok);
-
-    EXPECT_TRUE(std::regex_search(
-        out[claude], std::regex("Claude Code +web-shop +working +1[23]s +Bash +Fix the flaky "
-                                "checkout test$")))
-        << out[claude];
-    EXPECT_NE(out[claude + 1].find("npm test -- checkout"), std::string::npos)
-        << "the summary follows on its own line";
-    EXPECT_TRUE(std::regex_search(out[copilot], std::regex("infra +awaiting +2h +bash")))
-        << out[copilot];
-    EXPECT_TRUE(std::regex_search(out[codex], std::regex("payments +failed +4m +- *$")))
-        << out[codex];
-    EXPECT_NE(out[codex + 1].find("error: failed to push some refs"), std::string::npos);
-    EXPECT_TRUE(std::regex_search(out[grok], std::regex("orders +done +3d +- +Rename")))
-        << out[grok];
-
-    // Columns line up: every row's state starts where the heading's does.
-    const std::size_t stateColumn = out[0].find("STATE");
-    for (int row : {claude, copilot, codex, grok}) {
-        EXPECT_EQ(out[static_cast<std::size_t>(row)].find_first_of("wafd", stateColumn),
-                  stateColumn)
-            << out[static_cast<std::size_t>(row)];
-    }
-
-    EXPECT_EQ(result.out.find('\x1b'), std::string::npos) << "no colours or escapes in a pipe";
-    EXPECT_NE(result.out.find("Rename\xEF\xBF\xBD[2J the module"), std::string::npos);
-
-    const std::string corrupt =
-        "corrupt session file: " + (home.sessions() / "claude-broken.json").string();
-    const std::string unsupported = "unsupported session file (another format version): " +
-                                    (home.sessions() / "claude-later.json").string();
-    EXPECT_NE(lineWith(out, corrupt), -1) << result.out;
-    EXPECT_NE(lineWith(out, unsupported), -1) << result.out;
-    EXPECT_EQ(lineWith(out, ".lock"), -1) << "lock files are not sessions";
-    EXPECT_EQ(result.err, "");
-}
-
-TEST(SessionsCommand, JSONLinesDecodeToTheStoredRecords) {
-    TempHome home;
-    const Fixture fixture = writeSessions(home);
-    const Finished result = sessions(home, {"--json"});
-    const std::vector<std::string> out = lines(result.out);
-    ASSERT_EQ(out.size(), fixture.newestFirst.size()) << result.out;
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const std::optional<SessionRecord> decoded = SessionRecord::decode(out[i]);
-        ASSERT_TRUE(decoded) << out[i];
-        EXPECT_EQ(*decoded, fixture.newestFirst[i]);
-        EXPECT_EQ(out[i], fixture.newestFirst[i].encode()) << "one compact record per line";
-    }
-    EXPECT_NE(result.err.find("claude-broken.json"), std::string::npos)
-        << "damage is reported beside the data, not in it";
-}
-
-TEST(SessionsCommand, NoSessionsWhenTheDirectoryIsMissingOrEmpty) {
-    TempHome home;
-    EXPECT_EQ(sessions(home).out, "No sessions.\n");
+    EXPECT_EQ(sessions(home).out, "No sessions.\n") << "no sessions directory yet";
     EXPECT_EQ(sessions(home, {"--json"}).out, "");
-    std::filesystem::create_directories(home.sessions());
-    Files::atomicReplace(home.sessions() / "claude-x.json.lock", "", 0600);
-    EXPECT_EQ(sessions(home).out, "No sessions.\n");
 
-    const Finished wrong =
-        testing::run({testing::cliBinary(), "sessions", "--all"}, home.environment());
-    EXPECT_EQ(wrong.exitStatus, 2);
-    EXPECT_NE(wrong.err.find("unknown option '--all'"), std::string::npos) << wrong.err;
+    std::string jsonLines;
+    for (const SessionRecord& each : writeSessions(home)) {
+        jsonLines += each.encode() + "\n";
+    }
+    // The running session's age grows while the test runs.
+    const std::string out =
+        std::regex_replace(sessions(home).out, std::regex(" 1[2-9]s  Bash"), " 12s  Bash");
+    const std::string damaged = home.sessions().string() + "/claude-";
+    EXPECT_EQ(out,
+              "AGENT           PROJECT   STATE     SINCE  TOOL  TITLE\n"
+              "Claude Code     web-shop  working     12s  Bash  Fix the flaky checkout test\n"
+              "                                                 npm test -- checkout\n"
+              "GitHub Copilot  infra     awaiting     2h  bash\n"
+              "Codex           payments  failed       4m  -\n"
+              "                                                 error: failed to push some refs\n"
+              "Grok Build      orders    done         3d  -     Rename\uFFFD[2J the module\n"
+              "corrupt session file: " +
+                  damaged + "broken.json\n" +
+                  "unsupported session file (another format version): " + damaged + "later.json\n")
+        << "no colours in a pipe, agent text made printable, lock files skipped";
+
+    const Finished json = sessions(home, {"--json"});
+    EXPECT_EQ(json.out, jsonLines) << "one compact record per line, newest first";
+    EXPECT_NE(json.err.find("claude-broken.json"), std::string::npos)
+        << "damage is reported beside the data, not in it";
 }
 
 } // namespace
