@@ -35,6 +35,9 @@
 //                                  "What it prints and its exit status; an example.",
 //                                  declareFrob};
 //
+//    The summary is at most 56 characters, so the overview fits in 80
+//    columns; the help is written as it prints (CLI11 does not wrap it).
+//
 // 2. Add the line PELMORA_COMMAND(frobCommand) to CommandTable.def, where
 //    the overview should list it. The build finds the new file by itself.
 //
@@ -52,6 +55,12 @@
 //   1. A usage error found only while running (two options that do not go
 //   together) is thrown as CLI::ValidationError("--a cannot go with --b"),
 //   and exits 2 like the rest.
+// - A command of commands (`pelmora shell start`) adds them in its declare
+//   function with app.add_subcommand, and its run function asks which one
+//   was given (start->parsed()). Help and usage errors name the whole path.
+// - A command that runs another command line (`pelmora run make -j4`) calls
+//   app.prefix_command(); its run function finds the words after its own
+//   in app.remaining(), since `app` outlives the run function.
 // - Results go to stdout, problems to stderr. Text from agents and files
 //   goes through printable() (Terminal.h); sessions look the same in every
 //   view through SessionRows.h and Style.h.

@@ -3,6 +3,7 @@
 // used and tested from a terminal. This file builds the command line from
 // the command table and dispatches; each command lives in its own file.
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <optional>
@@ -31,6 +32,12 @@ constexpr const char* overviewFooter = "Run 'pelmora help <command>' for a comma
                                        "PELMORA_HOME chooses the support directory\n"
                                        "(default: ~/Library/Application Support/Pelmora).";
 
+// CLI::App::help() describes the command chosen on the command line, if
+// any; this is the overview whatever was chosen.
+std::string overviewText(const CLI::App& app) {
+    return app.get_formatter()->make_help(&app, "pelmora", CLI::AppFormatMode::Normal);
+}
+
 int usageError(const std::string& command, const std::string& message) {
     const std::string where = command.empty() ? "" : command + ": ";
     const std::string helpCommand = command.empty() ? "pelmora help" : "pelmora help " + command;
@@ -50,18 +57,84 @@ std::string problemText(const CLI::ParseError& error) {
     return message;
 }
 
-// Every app allows extras so that a stray word is named here, as what it
-// most likely is, rather than listed by CLI11.
-std::optional<std::string> strayWord(const CLI::App& app, bool isRoot) {
-    const std::vector<std::string> stray = app.remaining();
-    if (stray.empty()) {
-        return std::nullopt;
+// The commands the command line chose, outermost first: none for
+// `pelmora --version`, {shell, start} for `pelmora shell start`.
+std::vector<CLI::App*> chosenCommands(const CLI::App& app) {
+    std::vector<CLI::App*> chosen;
+    for (std::vector<CLI::App*> parsed = app.get_subcommands(); !parsed.empty();
+         parsed = parsed.front()->get_subcommands()) {
+        chosen.push_back(parsed.front());
     }
-    const std::string& word = stray.front();
-    if (word.size() > 1 && word.front() == '-') {
-        return "unknown option '" + word + "'";
+    return chosen;
+}
+
+// "shell start" for the first `count` of `chosen`.
+std::string commandName(const std::vector<CLI::App*>& chosen, std::size_t count) {
+    std::string name;
+    for (std::size_t i = 0; i < count && i < chosen.size(); ++i) {
+        name += (i == 0 ? "" : " ") + chosen[i]->get_name();
     }
-    return (isRoot ? "unknown command '" : "unexpected argument '") + word + "'";
+    return name;
+}
+
+// `pelmora help shell start`: the help of the command that `words` name.
+int printHelp(const CLI::App& app, const std::vector<std::string>& words) {
+    const CLI::App* command = &app;
+    std::string parents = "pelmora";
+    for (const std::string& word : words) {
+        if (command != &app) {
+            parents += " " + command->get_name();
+        }
+        const std::vector<const CLI::App*> children = command->get_subcommands({});
+        const auto found =
+            std::find_if(children.begin(), children.end(),
+                         [&](const CLI::App* child) { return child->get_name() == word; });
+        if (found == children.end()) {
+            std::string asked;
+            for (const std::string& each : words) {
+                asked += (asked.empty() ? "" : " ") + each;
+            }
+            return usageError("", "unknown command '" + asked + "'");
+        }
+        command = *found;
+    }
+    const std::string text = command == &app ? overviewText(app) : command->help(parents);
+    std::fputs(text.c_str(), stdout);
+    return 0;
+}
+
+struct Stray {
+    std::string command; // "" for pelmora itself
+    std::string message;
+};
+
+// Every command allows extras, so that a stray word is named here as what
+// it most likely is, and where, rather than listed by CLI11. A prefix
+// command keeps the words after its own for itself.
+std::optional<Stray> strayWord(const CLI::App& app) {
+    const std::vector<CLI::App*> chosen = chosenCommands(app);
+    for (std::size_t level = 0; level <= chosen.size(); ++level) {
+        const CLI::App& command = level == 0 ? app : *chosen[level - 1];
+        const std::vector<std::string> stray = command.remaining();
+        if (stray.empty() || command.get_prefix_command()) {
+            continue;
+        }
+        const std::string& word = stray.front();
+        const std::string what = word.size() > 1 && word.front() == '-' ? "unknown option"
+                                 : command.get_subcommands({}).empty()  ? "unexpected argument"
+                                                                        : "unknown command";
+        return Stray{commandName(chosen, level), what + " '" + word + "'"};
+    }
+    return std::nullopt;
+}
+
+// A command's own commands are made after the inherited defaults were
+// copied to its help flag, which CLI11 makes first.
+void putHelpFlagsInOptions(CLI::App& app) {
+    app.get_help_ptr()->group("options");
+    for (CLI::App* sub : app.get_subcommands({})) {
+        putHelpFlagsInOptions(*sub);
+    }
 }
 
 int fail(const std::exception& error) {
@@ -72,13 +145,6 @@ int fail(const std::exception& error) {
         std::fprintf(stderr, "pelmora: %s\n", error.what());
     }
     return 1;
-}
-
-// CLI::App::help() describes the command chosen on the command line, if any;
-// this is the overview whatever was chosen.
-void printOverview(const CLI::App& app) {
-    std::fputs(app.get_formatter()->make_help(&app, "pelmora", CLI::AppFormatMode::Normal).c_str(),
-               stdout);
 }
 
 int dispatch(int argc, char** argv) {
@@ -97,28 +163,16 @@ int dispatch(int argc, char** argv) {
         CLI::App* sub =
             app.add_subcommand(std::string(command->name), std::string(command->summary));
         sub->footer(std::string(command->help));
-        sub->get_help_ptr()->group("options");
         commands.emplace_back(sub, command->declare(*sub));
     }
-    std::string asked;
+    std::vector<std::string> asked;
     CLI::App* help = app.add_subcommand("help", "the overview, or a command's options and help");
     help->add_option("command", asked, "the command to explain")->type_name("");
-    help->get_help_ptr()->group("options");
     app.footer(overviewFooter);
+    putHelpFlagsInOptions(app);
 
-    CLI::App* chosen = nullptr;
     try {
         app.parse(argc, argv);
-        const std::vector<CLI::App*> parsed = app.get_subcommands();
-        chosen = parsed.empty() ? nullptr : parsed.front();
-        if (std::optional<std::string> stray = strayWord(app, true)) {
-            return usageError("", *stray);
-        }
-        if (chosen != nullptr) {
-            if (std::optional<std::string> stray = strayWord(*chosen, false)) {
-                return usageError(chosen->get_name(), *stray);
-            }
-        }
     } catch (const CLI::CallForHelp&) {
         std::fputs(app.help().c_str(), stdout);
         return 0;
@@ -126,32 +180,29 @@ int dispatch(int argc, char** argv) {
         std::printf("%s\n", version.what());
         return 0;
     } catch (const CLI::ParseError& error) {
-        const std::vector<CLI::App*> parsed = app.get_subcommands();
-        return usageError(parsed.empty() ? "" : parsed.front()->get_name(), problemText(error));
-    }
-
-    if (chosen == nullptr || (chosen == help && asked.empty())) {
-        printOverview(app);
-        return 0;
-    }
-    if (chosen == help) {
-        for (const CLI::App* sub : app.get_subcommands({})) {
-            if (sub->get_name() == asked) {
-                std::fputs(sub->help("pelmora").c_str(), stdout);
-                return 0;
-            }
+        // A mistyped word explains the rest ("shell strat": no command given).
+        if (auto stray = strayWord(app)) {
+            return usageError(stray->command, stray->message);
         }
-        return usageError("", "unknown command '" + asked + "'");
+        const std::vector<CLI::App*> parsed = chosenCommands(app);
+        return usageError(commandName(parsed, parsed.size()), problemText(error));
+    }
+    if (auto stray = strayWord(app)) {
+        return usageError(stray->command, stray->message);
     }
 
-    for (const auto& [sub, run] : commands) {
-        if (sub != chosen) {
+    const std::vector<CLI::App*> chosen = chosenCommands(app);
+    if (chosen.empty() || chosen.front() == help) {
+        return printHelp(app, asked);
+    }
+    for (const auto& [command, run] : commands) {
+        if (command != chosen.front()) {
             continue;
         }
         try {
             return run();
         } catch (const CLI::ParseError& error) {
-            return usageError(sub->get_name(), problemText(error));
+            return usageError(commandName(chosen, chosen.size()), problemText(error));
         } catch (const std::exception& error) {
             return fail(error);
         }
