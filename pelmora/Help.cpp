@@ -1,6 +1,7 @@
 #include "Help.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace pelmora::cli {

@@ -4,7 +4,6 @@
 #include <functional>
 #include <initializer_list>
 #include <string>
-#include <string_view>
 #include <vector>
 
 // Options whose values a person types and this program reads itself, more
