@@ -222,6 +222,46 @@ std::u32string scalars(std::string_view text) {
     return result;
 }
 
+std::string repairedUTF8(std::string_view text) {
+    if (isValidUTF8(text)) {
+        return std::string(text);
+    }
+    std::string result;
+    result.reserve(text.size() + 8);
+    std::size_t offset = 0;
+    while (offset < text.size()) {
+        const std::size_t length = wellFormedLength(text, offset);
+        if (length != 0) {
+            result.append(text.substr(offset, length));
+            offset += length;
+            continue;
+        }
+        // The longest prefix of a well-formed sequence found here: a possible
+        // lead byte, then the continuation bytes that could still follow it.
+        std::size_t subpart = 1;
+        const unsigned char lead = byteAt(text, offset);
+        std::size_t expected = lead >= 0xC2 && lead <= 0xDF   ? 2
+                               : lead >= 0xE0 && lead <= 0xEF ? 3
+                               : lead >= 0xF0 && lead <= 0xF4 ? 4
+                                                              : 1;
+        while (subpart < expected && offset + subpart < text.size()) {
+            const unsigned char next = byteAt(text, offset + subpart);
+            bool fits = isContinuation(next);
+            if (subpart == 1) {
+                fits = fits && !(lead == 0xE0 && next < 0xA0) && !(lead == 0xED && next > 0x9F) &&
+                       !(lead == 0xF0 && next < 0x90) && !(lead == 0xF4 && next > 0x8F);
+            }
+            if (!fits) {
+                break;
+            }
+            ++subpart;
+        }
+        appendUTF8(result, replacementCharacter);
+        offset += subpart;
+    }
+    return result;
+}
+
 std::size_t characterCount(std::string_view text) {
     std::size_t count = 0;
     forEachCharacter(text, [&](std::size_t, std::size_t) {

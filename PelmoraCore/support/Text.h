@@ -19,6 +19,11 @@ char32_t decodeScalar(std::string_view text, std::size_t& offset);
 char32_t decodeScalarBefore(std::string_view text, std::size_t& end);
 void appendUTF8(std::string& out, char32_t scalar);
 std::u32string scalars(std::string_view text);
+// Valid UTF-8 comes back unchanged; in anything else each maximal subpart of
+// an ill-formed sequence becomes one U+FFFD (Unicode's recommended practice,
+// which Foundation follows), so a character cut at the end of a buffer turns
+// into one replacement character, not one per byte.
+std::string repairedUTF8(std::string_view text);
 
 // Grapheme clusters.
 std::size_t characterCount(std::string_view text);
