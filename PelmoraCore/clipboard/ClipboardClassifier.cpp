@@ -105,12 +105,17 @@ double clampUnit(double value) {
 std::optional<double> readDouble(std::string_view text) {
     // from_chars reads neither a leading "+" nor ".5" in every library, so
     // the digits before a leading point are supplied.
-    std::string number(text);
-    if (number.starts_with('.')) {
-        number.insert(0, "0");
-    } else if (number.starts_with("-.")) {
-        number.insert(1, "0");
+    const bool negative = text.starts_with('-');
+    const std::string_view digits = text.substr(negative ? 1 : 0);
+    std::string number;
+    number.reserve(text.size() + 1);
+    if (negative) {
+        number.push_back('-');
     }
+    if (digits.starts_with('.')) {
+        number.push_back('0');
+    }
+    number.append(digits);
     double value = 0;
     const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value);
     if (error != std::errc() || end != number.data() + number.size() || !std::isfinite(value)) {
@@ -286,7 +291,7 @@ std::string withoutHome(std::string_view text) {
 }
 
 std::string exceptionName(std::string_view trace) {
-    static const Regex pythonFinal(R"(^([A-Za-z_][\w.]*)(?::|$))");
+    static const Regex pythonFinal(R"(^([A-Za-z_]\w*(?:\.[A-Za-z_]\w*)*)(?::|$))");
     static const Regex reported(
         R"(^\s*(?:Uncaught\s+|Caused by:\s+|Exception in thread "[^"]*"\s+)?([A-Za-z_$][\w$]*(?:\.[A-Za-z_$][\w$]*)*)(?::|$))");
     static const Regex anyName(R"(\b([A-Za-z_$][\w$]*(?:Error|Exception))\b)");
@@ -342,17 +347,13 @@ std::optional<ClipboardAction::Trace> tidyTrace(std::string_view text) {
         if (frames.size() > keptFrames) {
             const std::size_t left = frames.size() - keptFrames;
             omitted += static_cast<std::int64_t>(left);
-            Cut cut;
-            if (python) {
-                // The innermost frames come last; the outer ones go.
-                cut = {frames.front(), frames[left] - 1,
-                       "(" + std::to_string(left) + " earlier frames left out)"};
-            } else {
-                cut = {frames[keptFrames - 1] + 1, frames.back(),
-                       "(" + std::to_string(left) + " more frames left out)"};
-            }
-            cut.note =
-                std::string(leadingBlanks(lines[frames[python ? 0 : keptFrames]])) + cut.note;
+            // The innermost frames come last in Python, where the outer
+            // ones go; elsewhere the innermost come first and stay.
+            Cut cut = python ? Cut{frames.front(), frames[left] - 1, {}}
+                             : Cut{frames[keptFrames - 1] + 1, frames.back(), {}};
+            cut.note.append(leadingBlanks(lines[frames[python ? 0 : keptFrames]]));
+            cut.note.append("(").append(std::to_string(left));
+            cut.note.append(python ? " earlier frames left out)" : " more frames left out)");
             cuts.push_back(std::move(cut));
         }
         frames.clear();
