@@ -164,7 +164,7 @@ TEST(ClipboardClassifier, TracesOfRealPrograms) {
             std::cout << c.tool << " is not installed: its case is skipped\n";
             continue;
         }
-        const tools::ToolOutput output = folder.run(c.command);
+        const tools::ScratchFolder::Output output = folder.run(c.command);
         const auto action = Classifier::classify(output.err);
         ASSERT_TRUE(action && action->trace()) << c.tool << "\n" << output.err;
         const auto& trace = *action->trace();
