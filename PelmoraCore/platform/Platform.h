@@ -32,7 +32,14 @@ void postNotification(const char* name);
 // socket can carry that option; sendNoSignal suppresses it per send where it
 // cannot. Use both: one of them does nothing on each platform.
 void suppressSigpipe(int socketFD);
+// Never blocks: a full send buffer gives -1 with EAGAIN (or EWOULDBLOCK), so
+// the caller decides how long to wait for room.
 ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count);
+
+// The user id of the process at the other end of a connected Unix-domain
+// socket (the one that connected, or the one that listened), as the kernel
+// recorded it; none when the kernel will not say.
+std::optional<std::uint32_t> peerUserID(int socketFD);
 
 // From the password database, never from the environment.
 std::filesystem::path homeDirectory();

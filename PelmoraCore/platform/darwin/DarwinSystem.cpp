@@ -20,7 +20,17 @@ void suppressSigpipe(int socketFD) {
 
 // SO_NOSIGPIPE, set by suppressSigpipe, already covers every send.
 ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count) {
-    return ::send(socketFD, bytes, count, 0);
+    return ::send(socketFD, bytes, count, MSG_DONTWAIT);
+}
+
+// The effective ids the kernel stored when the peer connected or listened.
+std::optional<std::uint32_t> peerUserID(int socketFD) {
+    uid_t user = 0;
+    gid_t group = 0;
+    if (::getpeereid(socketFD, &user, &group) != 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(user);
 }
 
 std::filesystem::path homeDirectory() {

@@ -17,7 +17,19 @@ void postNotification(const char*) {}
 void suppressSigpipe(int) {}
 
 ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count) {
-    return ::send(socketFD, bytes, count, MSG_NOSIGNAL);
+    return ::send(socketFD, bytes, count, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+// SO_PEERCRED holds the credentials of the peer when it called connect() or
+// listen(), so a process cannot pass a connection on under another name.
+std::optional<std::uint32_t> peerUserID(int socketFD) {
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(socketFD, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0 ||
+        size != sizeof credentials) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint32_t>(credentials.uid);
 }
 
 // The local password database, read directly: the hook links statically,
