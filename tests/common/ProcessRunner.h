@@ -4,18 +4,17 @@
 // environment with its own PELMORA_HOME, bytes on stdin; and keeps a
 // long-running one (the approvals stand-in) going while the test talks to it.
 
-#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <sys/types.h>
 #include <thread>
 #include <vector>
 
+#include "common/StandInApp.h"
 #include "support/Files.h"
 
 namespace pelmora::testing {
@@ -40,55 +39,44 @@ public:
     const std::filesystem::path& path() const { return path_; }
     std::filesystem::path sessions() const { return path_ / "sessions"; }
     std::filesystem::path socket() const { return path_ / "approval.sock"; }
-    // PELMORA_HOME for a child.
-    std::map<std::string, std::string> environment() const;
+    std::map<std::string, std::string> environment() const; // PELMORA_HOME
 
 private:
     std::filesystem::path path_;
 };
 
+// `arguments` starts with the program's path. The child gets this process's
+// environment without any variable that would change what the programs under
+// test do, plus `environment`; standard input is closed once the input is
+// written, unless `keepInputOpen`; with `fileSizeLimit`, no file may grow
+// past that many bytes (as under `ulimit -f`).
 class Child {
 public:
-    // `arguments` starts with the program's path. The child gets this
-    // process's environment without any variable that would change what the
-    // programs under test do, plus `environment`. Standard input is closed
-    // once the input is written, unless `keepInputOpen`.
     Child(const std::vector<std::string>& arguments,
           const std::map<std::string, std::string>& environment, std::string input = {},
-          bool keepInputOpen = false);
+          bool keepInputOpen = false, std::optional<std::uint64_t> fileSizeLimit = std::nullopt);
     ~Child(); // kills a child that is still running
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return pid_; }
-
-    // The next line of standard output without its line feed, or none when
-    // no whole line came within `seconds` or the output ended.
+    // The next line of standard output, without its line feed, if one comes in time.
     std::optional<std::string> readLine(double seconds);
-
-    // Collects output for `seconds`; true when the child's output is still open then.
     bool stillRunningAfter(double seconds);
     void closeInput();
-
-    // Waits for the child to end, collecting the rest of its output; kills it
-    // after `seconds`.
-    Finished finish(double seconds = 20);
+    Finished finish(double seconds = 20); // kills the child after `seconds`
 
 private:
-    // One round of waiting: writes pending input, reads what is there.
-    void pump(int timeoutMilliseconds);
-    bool outputOpen() const { return out_.valid() || err_.valid(); }
-
+    bool ended(); // reaps the child once it has exited
     pid_t pid_ = -1;
+    int status_ = 0;
     FileDescriptor in_;
-    FileDescriptor out_;
+    FileDescriptor out_; // unlinked files: output is read whenever the test likes
     FileDescriptor err_;
     std::string input_;
-    std::size_t written_ = 0;
     bool keepInputOpen_ = false;
+    std::thread feeder_; // input may exceed a pipe's buffer
     std::chrono::steady_clock::time_point started_;
-    std::string outBuffer_;
-    std::string errBuffer_;
     std::size_t outTaken_ = 0; // bytes already handed out by readLine
 };
 
@@ -103,30 +91,5 @@ inline std::string cliBinary() {
 inline std::string hookBinary() {
     return PELMORA_HOOK_BINARY;
 }
-
-// A stand-in for the notch app: accepts connections on the approval socket
-// and answers each with `behaviour`, which gets the connected socket and the
-// request line it read (without its line feed).
-class StandInApp {
-public:
-    using Behaviour = std::function<void(int socketFD, const std::string& requestLine)>;
-    StandInApp(const std::filesystem::path& socketPath, Behaviour behaviour);
-    ~StandInApp();
-    StandInApp(const StandInApp&) = delete;
-    StandInApp& operator=(const StandInApp&) = delete;
-
-    std::vector<std::string> requests() const;
-
-private:
-    void serve();
-    FileDescriptor listener_;
-    Behaviour behaviour_;
-    std::atomic<bool> stopping_{false};
-    mutable std::mutex mutex_;
-    std::vector<std::string> requests_;
-    std::thread thread_;
-};
-
-void sendAll(int fd, std::string_view bytes);
 
 } // namespace pelmora::testing
