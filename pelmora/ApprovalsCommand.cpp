@@ -2,23 +2,13 @@
 // so an agent's permission requests and questions can be answered from a
 // terminal or a script with a fixed answer.
 
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <optional>
-#include <poll.h>
 #include <signal.h>
 #include <string>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <vector>
 
 #include "Commands.h"
@@ -28,15 +18,14 @@
 #include "hook/PelmoraPaths.h"
 #include "hook/Source.h"
 #include "json/OrderedJSON.h"
-#include "platform/Error.h"
-#include "platform/Platform.h"
+#include "platform/LocalSocket.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
 namespace pelmora::cli {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+namespace LocalSocket = platform::LocalSocket;
 
 struct Options {
     ApprovalResponse response;
@@ -63,158 +52,8 @@ void catchStopSignals() {
     signal(SIGPIPE, SIG_IGN);
 }
 
-bool setCloseOnExec(int fd) {
-    return ::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
-}
-
-sockaddr_un socketAddress(const std::filesystem::path& socketPath) {
-    const std::string& text = socketPath.native();
-    sockaddr_un address{};
-    // The 104-byte field of macOS holds the path and its terminating zero.
-    constexpr std::size_t limit = 103;
-    if (text.empty() || text.size() > limit || text.find('\0') != std::string::npos) {
-        throw Error("the socket path is too long for a Unix socket", socketPath);
-    }
-    address.sun_family = AF_UNIX;
-    std::memcpy(address.sun_path, text.data(), text.size());
-    return address;
-}
-
-// A socket file that nobody answers on is left over from a stand-in or an
-// app that did not clean up, and is removed. A live listener, or a file
-// that is not a socket at all, is never touched.
-void clearStaleSocket(const std::filesystem::path& socketPath, const sockaddr_un& address) {
-    struct stat status {};
-    if (::lstat(socketPath.c_str(), &status) != 0) {
-        return;
-    }
-    if (!S_ISSOCK(status.st_mode)) {
-        throw Error("refusing to replace a file that is not a socket", socketPath);
-    }
-    FileDescriptor probe(::socket(AF_UNIX, SOCK_STREAM, 0));
-    if (probe.valid() &&
-        ::connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-        throw Error("another program is already answering approvals on this socket", socketPath);
-    }
-    ::unlink(socketPath.c_str());
-}
-
-// The listening socket, whose file goes away with it.
-class Listener {
-public:
-    explicit Listener(std::filesystem::path socketPath) : path_(std::move(socketPath)) {
-        const sockaddr_un address = socketAddress(path_);
-        PelmoraPaths::ensureDirectory(path_.parent_path());
-        clearStaleSocket(path_, address);
-
-        fd_.reset(::socket(AF_UNIX, SOCK_STREAM, 0));
-        if (!fd_.valid() || !setCloseOnExec(fd_.get())) {
-            throw Error(std::string("cannot create a socket: ") + std::strerror(errno), path_);
-        }
-        // Owner-only from the moment the file exists, not just after chmod.
-        const mode_t previous = ::umask(0177);
-        const int bound =
-            ::bind(fd_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-        const int bindError = errno;
-        ::umask(previous);
-        if (bound != 0) {
-            throw Error(std::string("cannot bind the socket: ") + std::strerror(bindError), path_);
-        }
-        bound_ = true;
-        if (::chmod(path_.c_str(), 0600) != 0 || ::listen(fd_.get(), 16) != 0) {
-            throw Error(std::string("cannot listen on the socket: ") + std::strerror(errno), path_);
-        }
-    }
-    ~Listener() {
-        if (bound_) {
-            ::unlink(path_.c_str());
-        }
-    }
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-
-    int fd() const { return fd_.get(); }
-
-private:
-    std::filesystem::path path_;
-    FileDescriptor fd_;
-    bool bound_ = false;
-};
-
-int millisecondsUntil(Clock::time_point deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 2147483647));
-}
-
-enum class Wait { ready, timedOut, stopped };
-
-Wait waitReadable(int fd, Clock::time_point deadline) {
-    while (true) {
-        if (stopSignal != 0) {
-            return Wait::stopped;
-        }
-        const int timeout = millisecondsUntil(deadline);
-        if (timeout == 0) {
-            return Wait::timedOut;
-        }
-        pollfd entry{fd, POLLIN, 0};
-        const int result = ::poll(&entry, 1, timeout);
-        if (result > 0) {
-            return Wait::ready;
-        }
-        if (result < 0 && errno != EINTR) {
-            throw Error(std::string("waiting on the socket failed: ") + std::strerror(errno));
-        }
-    }
-}
-
-struct RequestLine {
-    enum class Kind { line, tooLong, cutShort, timedOut, stopped };
-    Kind kind = Kind::cutShort;
-    std::string text;
-};
-
-RequestLine readRequestLine(int fd, Clock::time_point deadline) {
-    std::string buffer;
-    char chunk[ApprovalWire::readChunk];
-    while (true) {
-        const Wait wait = waitReadable(fd, deadline);
-        if (wait != Wait::ready) {
-            return {wait == Wait::stopped ? RequestLine::Kind::stopped
-                                          : RequestLine::Kind::timedOut,
-                    {}};
-        }
-        const ssize_t count = ::read(fd, chunk, sizeof chunk);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return {RequestLine::Kind::cutShort, {}};
-        }
-        buffer.append(chunk, static_cast<std::size_t>(count));
-        const std::size_t end = buffer.find('\n');
-        if (end != std::string::npos && end < ApprovalWire::maxLine) {
-            buffer.resize(end);
-            return {RequestLine::Kind::line, std::move(buffer)};
-        }
-        if (buffer.size() >= ApprovalWire::maxLine) {
-            return {RequestLine::Kind::tooLong, {}};
-        }
-    }
-}
-
-bool sendAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = platform::sendNoSignal(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
+bool stopRequested() {
+    return stopSignal != 0;
 }
 
 // One line for the request, then each question with its numbered options.
@@ -270,20 +109,21 @@ void warnAboutAnswers(const ApprovalRequest& request, const ApprovalResponse& re
 }
 
 // Answers one connection; true when a request was answered.
-bool serve(int connection, const Options& options, Clock::time_point deadline) {
-    const RequestLine request = readRequestLine(connection, deadline);
-    switch (request.kind) {
-    case RequestLine::Kind::line:
+bool serve(int connection, const Options& options, LocalSocket::Clock::time_point deadline) {
+    const LocalSocket::ReadResult request = LocalSocket::readLine(
+        connection, deadline, ApprovalWire::maxLine, ApprovalWire::readChunk, stopRequested);
+    switch (request.status) {
+    case LocalSocket::ReadStatus::line:
         break;
-    case RequestLine::Kind::tooLong:
+    case LocalSocket::ReadStatus::tooLong:
         std::fprintf(stderr, "pelmora: skipped a request line of %zu bytes or more\n",
                      ApprovalWire::maxLine);
         return false;
-    case RequestLine::Kind::cutShort:
+    case LocalSocket::ReadStatus::closed:
         std::fprintf(stderr, "pelmora: skipped a connection that closed before a whole line\n");
         return false;
-    case RequestLine::Kind::timedOut:
-    case RequestLine::Kind::stopped:
+    case LocalSocket::ReadStatus::timedOut:
+    case LocalSocket::ReadStatus::stopped:
         return false;
     }
 
@@ -301,7 +141,8 @@ bool serve(int connection, const Options& options, Clock::time_point deadline) {
     describe(*decoded);
     warnAboutAnswers(*decoded, options.response);
     const std::string reply = OrderedJSON::serializeCompact(options.response.toJSON()) + "\n";
-    if (!sendAll(connection, reply)) {
+    // A hook that stopped reading must not hold the stand-in for long.
+    if (!LocalSocket::sendAll(connection, reply, LocalSocket::deadlineAfter(5))) {
         std::fprintf(stderr, "pelmora: the hook of session %s left before the answer\n",
                      printable(decoded->sessionID).c_str());
         return false;
@@ -315,30 +156,28 @@ int runApprovals(const Options& options) {
     catchStopSignals();
 
     const std::filesystem::path socketPath = PelmoraPaths::approvalSocket();
-    const Listener listener(socketPath);
+    PelmoraPaths::ensureDirectory(socketPath.parent_path());
+    // Only hooks of this user are answered: the listener closes other users'
+    // connections unread.
+    LocalSocket::Listener listener(socketPath);
     std::printf("listening on %s\n", socketPath.c_str());
     std::fflush(stdout);
 
-    const Clock::time_point deadline =
-        Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                           std::chrono::duration<double>(std::min(options.timeout, 1e9)));
+    const LocalSocket::Clock::time_point deadline = LocalSocket::deadlineAfter(options.timeout);
     int answered = 0;
     while (answered < options.count) {
-        const Wait wait = waitReadable(listener.fd(), deadline);
-        if (wait == Wait::stopped) {
+        const FileDescriptor connection = listener.accept(deadline, stopRequested);
+        if (stopSignal != 0) {
             return 128 + stopSignal;
         }
-        if (wait == Wait::timedOut) {
+        if (!connection.valid()) {
+            if (LocalSocket::millisecondsLeft(deadline) > 0) {
+                continue; // a passing error of accept()
+            }
             std::fprintf(stderr, "pelmora: stopped after %g s with %d of %d request(s) answered\n",
                          options.timeout, answered, options.count);
             return 0;
         }
-        FileDescriptor connection(::accept(listener.fd(), nullptr, nullptr));
-        if (!connection.valid()) {
-            continue; // the client gave up between poll and accept, or a signal came
-        }
-        setCloseOnExec(connection.get());
-        platform::suppressSigpipe(connection.get());
         if (serve(connection.get(), options, deadline)) {
             ++answered;
         }
