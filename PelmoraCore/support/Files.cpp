@@ -80,6 +80,10 @@ bool writeAll(int fd, std::string_view bytes) {
             }
             return false;
         }
+        if (written == 0) {
+            errno = EIO; // no progress and no error: trying again would spin
+            return false;
+        }
         bytes.remove_prefix(static_cast<std::size_t>(written));
     }
     return true;
@@ -98,20 +102,30 @@ std::filesystem::path temporaryPath(const std::filesystem::path& target) {
     return target.parent_path() / name;
 }
 
-void atomicReplace(const std::filesystem::path& target, std::string_view bytes, mode_t mode) {
+void atomicReplace(const std::filesystem::path& target, std::string_view bytes, mode_t mode,
+                   TakenTemporary taken) {
     std::filesystem::path temporary = temporaryPath(target);
+    // O_EXCL: a hard link planted under the temporary name must not have its
+    // other name truncated and overwritten; O_NOFOLLOW: nor a symbolic link.
+    const auto create = [&] {
+        return ::open(temporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC | O_NOFOLLOW,
+                      mode);
+    };
+    FileDescriptor fd(create());
+    if (!fd.valid() && errno == EEXIST && taken == TakenTemporary::replace &&
+        ::unlink(temporary.c_str()) == 0) {
+        fd.reset(create());
+    }
+    if (!fd.valid()) {
+        // The name is not ours to remove: it may be another thread's file.
+        throw Error(describe("Cannot create temporary file", errno), target);
+    }
     auto fail = [&](std::string_view what, int error) {
         ::unlink(temporary.c_str());
         throw Error(describe(what, error), target);
     };
-
-    // O_NOFOLLOW: a symbolic link planted under the temporary name must not
-    // redirect the write elsewhere.
-    FileDescriptor fd(
-        ::open(temporary.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NOFOLLOW, mode));
-    if (!fd.valid()) {
-        fail("Cannot create temporary file", errno);
-    }
+    // A write cut short by a file-size limit or a full disk ends here, before
+    // the rename, so the old file stays whole.
     if (!writeAll(fd.get(), bytes)) {
         fail("Cannot write temporary file", errno);
     }
@@ -158,9 +172,18 @@ void ensureDirectory(const std::filesystem::path& path, mode_t mode) {
 }
 
 ExclusiveLock::ExclusiveLock(const std::filesystem::path& lockPath)
-    : fd_(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    // O_NONBLOCK keeps a FIFO in the lock's place from hanging the open; it
+    // is refused below. It does not affect flock.
+    : fd_(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600)) {
     if (!fd_.valid()) {
         throw Error(describe("Cannot open lock file", errno), lockPath);
+    }
+    struct stat info {};
+    if (::fstat(fd_.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        throw Error("Cannot use a lock file that is not a regular file", lockPath);
+    }
+    if ((info.st_mode & 07777) != 0600 && ::fchmod(fd_.get(), 0600) != 0) {
+        throw Error(describe("Cannot set permissions", errno), lockPath);
     }
     while (::flock(fd_.get(), LOCK_EX) != 0) {
         if (errno != EINTR) {

@@ -46,40 +46,43 @@ protected:
 TEST_F(FilesTest, AtomicReplaceWritesOwnerOnlyAndLeavesNoTemporary) {
     EXPECT_EQ(Files::temporaryPath("/s/sessions/claude-abc.json"),
               fs::path("/s/sessions/.claude-abc.json." + std::to_string(getpid()) + ".tmp"));
-
-    // The mode must not depend on the umask of whoever runs the hook, nor on
-    // the mode of the file it replaces.
-    const mode_t old = umask(0);
-    Files::atomicReplace(dir / "new.json", "first", 0600);
-    umask(old);
+    // The mode depends neither on the umask nor on the file replaced.
     std::ofstream(dir / "loose.json") << "old";
     fs::permissions(dir / "loose.json", fs::perms(0644));
-    const std::string large(1 << 20, 'x');
-    Files::atomicReplace(dir / "loose.json", large, 0600);
-    EXPECT_EQ(Files::read(dir / "new.json"), "first");
-    EXPECT_EQ(Files::read(dir / "loose.json"), large);
+    const mode_t old = umask(0);
+    Files::atomicReplace(dir / "new.json", "first", 0600);
+    Files::atomicReplace(dir / "loose.json", "second", 0600);
+    umask(old);
+    EXPECT_EQ(Files::read(dir / "loose.json"), "second");
     EXPECT_EQ(modeOf(dir / "new.json"), 0600u);
     EXPECT_EQ(modeOf(dir / "loose.json"), 0600u);
-    Files::atomicReplace(dir / "new.json", "", 0600);
-    EXPECT_EQ(Files::read(dir / "new.json"), "");
-    EXPECT_EQ(entries(), (std::vector<std::string>{"loose.json", "new.json"}));
-}
-
-TEST_F(FilesTest, AtomicReplaceFailuresThrowAndLeaveNothing) {
-    const fs::path missing = dir / "absent/claude-abc.json";
-    try {
-        Files::atomicReplace(missing, "data", 0600);
-        ADD_FAILURE() << "no error for a missing directory";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.path(), missing);
-        EXPECT_NE(std::string(error.what()), "");
-    }
-    EXPECT_TRUE(entries().empty());
-
-    // The rename fails over a non-empty directory; the temporary goes away.
+    // A failed rename (a folder in the way) takes its temporary along.
     fs::create_directories(dir / "busy.json/inside");
     EXPECT_THROW(Files::atomicReplace(dir / "busy.json", "data", 0600), Error);
-    EXPECT_EQ(entries(), std::vector<std::string>{"busy.json"});
+    EXPECT_EQ(entries(), (std::vector<std::string>{"busy.json", "loose.json", "new.json"}));
+}
+
+TEST_F(FilesTest, AtomicReplaceNeverWritesThroughWhatSitsAtItsTemporaryName) {
+    const fs::path target = dir / "claude-abc.json";
+    const fs::path temporary = Files::temporaryPath(target);
+    std::ofstream(dir / "victim") << "precious";
+    std::ofstream(target) << "old";
+    for (const bool hardLink : {true, false}) {
+        if (hardLink) {
+            fs::create_hard_link(dir / "victim", temporary);
+        } else {
+            fs::create_symlink(dir / "victim", temporary);
+        }
+        // Without the target's lock the name may be another thread's: refused, left alone.
+        EXPECT_THROW(Files::atomicReplace(target, "new", 0600), Error);
+        EXPECT_TRUE(fs::exists(fs::symlink_status(temporary)));
+        EXPECT_EQ(Files::read(target), "old");
+        Files::atomicReplace(target, "new", 0600, Files::TakenTemporary::replace);
+        EXPECT_EQ(Files::read(target), "new");
+        EXPECT_EQ(Files::read(dir / "victim"), "precious");
+        EXPECT_FALSE(fs::exists(fs::symlink_status(temporary)));
+        std::ofstream(target) << "old";
+    }
 }
 
 TEST_F(FilesTest, ReadRefusesLargeAndSpecialFiles) {
@@ -90,67 +93,32 @@ TEST_F(FilesTest, ReadRefusesLargeAndSpecialFiles) {
     EXPECT_FALSE(Files::read(dir));
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
     EXPECT_FALSE(Files::read(dir / "fifo")); // and does not hang waiting for a writer
-
-    int pipeFDs[2];
-    ASSERT_EQ(pipe(pipeFDs), 0);
-    FileDescriptor readEnd(pipeFDs[0]), writeEnd(pipeFDs[1]);
-    EXPECT_TRUE(Files::writeAll(writeEnd.get(), "piped\n"));
-    writeEnd.reset();
-    EXPECT_EQ(Files::readAll(readEnd.get()), "piped\n");
-    EXPECT_FALSE(Files::readAll(-1));
-    EXPECT_FALSE(Files::writeAll(-1, "x"));
 }
 
-TEST_F(FilesTest, EnsureDirectoryMakesMissingParentsWithTheMode) {
-    const mode_t old = umask(022);
-    Files::ensureDirectory(dir / "a/b", 0700);
-    Files::ensureDirectory(dir / "a/b/", 0700);
-    umask(old);
-    EXPECT_EQ(modeOf(dir / "a"), 0700u);
-    EXPECT_EQ(modeOf(dir / "a/b"), 0700u);
-
-    // An existing folder keeps its own mode.
-    fs::permissions(dir / "a", fs::perms(0755));
-    Files::ensureDirectory(dir / "a", 0700);
-    EXPECT_EQ(modeOf(dir / "a"), 0755u);
-
-    std::ofstream(dir / "plain") << "x";
-    for (const fs::path& path : {dir / "plain", dir / "plain/sub", fs::path()}) {
-        EXPECT_THROW(Files::ensureDirectory(path), Error) << path;
-    }
-}
-
-TEST_F(FilesTest, ExclusiveLockHoldsUntilDestroyed) {
+TEST_F(FilesTest, ExclusiveLockIsARegularOwnerOnlyFileHeldUntilDestroyed) {
     const fs::path lockPath = dir / "claude-abc.json.lock";
     auto triesLock = [&] {
         FileDescriptor other(open(lockPath.c_str(), O_RDWR | O_CLOEXEC));
         return flock(other.get(), LOCK_EX | LOCK_NB) == 0;
     };
     {
+        // Created read-only, the lock file would refuse every later update.
+        const mode_t old = umask(0277);
         Files::ExclusiveLock lock(lockPath);
+        umask(old);
         EXPECT_EQ(modeOf(lockPath), 0600u);
         EXPECT_FALSE(triesLock());
     }
     EXPECT_TRUE(triesLock());
     EXPECT_TRUE(fs::exists(lockPath)); // lock files stay for the next writer
-    EXPECT_THROW(Files::ExclusiveLock(dir / "absent/x.lock"), Error);
-}
 
-TEST(FileDescriptor, ClosesExactlyOnce) {
-    int pipeFDs[2];
-    ASSERT_EQ(pipe(pipeFDs), 0);
-    {
-        FileDescriptor readEnd(pipeFDs[0]);
-        FileDescriptor moved(std::move(readEnd));
-        EXPECT_FALSE(readEnd.valid());
-        EXPECT_EQ(moved.get(), pipeFDs[0]);
-        FileDescriptor writeEnd(pipeFDs[1]);
-        const int raw = writeEnd.release();
-        EXPECT_FALSE(writeEnd.valid());
-        EXPECT_NE(fcntl(raw, F_GETFD), -1); // still open after release
-        close(raw);
+    // Neither a link (its target is not created) nor a FIFO is taken as a lock.
+    fs::create_symlink(dir / "elsewhere", dir / "link.lock");
+    ASSERT_EQ(mkfifo((dir / "fifo.lock").c_str(), 0600), 0);
+    for (const fs::path& refused : {dir / "link.lock", dir / "fifo.lock", dir / "absent/x.lock"}) {
+        EXPECT_THROW(Files::ExclusiveLock{refused}, Error) << refused;
     }
-    EXPECT_EQ(fcntl(pipeFDs[0], F_GETFD), -1);
+    EXPECT_FALSE(fs::exists(dir / "elsewhere"));
 }
 
 } // namespace
