@@ -5,9 +5,11 @@
 #include <utility>
 
 #include "hook/PelmoraPaths.h"
+#include "hook/ProcessInspector.h"
 #include "json/OrderedJSON.h"
 #include "platform/Platform.h"
 #include "support/Files.h"
+#include "support/Integers.h"
 #include "support/Text.h"
 
 namespace pelmora::SessionStore {
@@ -65,6 +67,43 @@ LoadResult loadBytes(std::optional<std::string> bytes, const path& url) {
     return LoadResult::ok(std::move(*record), url);
 }
 
+// A writer killed between creating its temporary and the rename leaves the
+// file behind, and nobody else would ever remove it. The reader's scan, which
+// lists the folder anyway, takes those whose writer is gone: no process
+// with the pid in the name, or only one that started after the file was last
+// written (the pid was reused). Young files are spared, so a writer that is
+// just starting is never robbed of its temporary.
+void removeAbandonedTemporary(const std::filesystem::directory_entry& entry) {
+    constexpr double minimumAgeSeconds = 10;
+    const std::string name = entry.path().filename().string();
+    // ".<source>-<id>.json.<pid>.tmp", and nothing else.
+    const std::string_view stem = std::string_view(name).substr(0, name.rfind(".tmp"));
+    const std::size_t pidStart = stem.rfind(".json.") + 6;
+    if (stem.size() + 4 != name.size() || name.front() != '.' || pidStart < 6) {
+        return;
+    }
+    const std::optional<std::int32_t> pid = parseInteger<std::int32_t>(stem.substr(pidStart));
+    std::error_code error;
+    const std::filesystem::file_time_type written = entry.last_write_time(error);
+    if (!pid || *pid < 1 || error) {
+        return;
+    }
+    const double modified = secondsSince1970(written);
+    const double now = secondsSince1970(std::filesystem::file_time_type::clock::now());
+    if (now - modified < minimumAgeSeconds) {
+        return;
+    }
+    // Start times are known to about a second (Linux counts from a boot
+    // time in whole seconds), hence the slack.
+    if (ProcessInspector::isAlive(*pid, std::nullopt)) {
+        const std::optional<platform::ProcessEntry> writer = platform::processEntry(*pid);
+        if (!writer || writer->startTime < modified + 2) {
+            return;
+        }
+    }
+    std::filesystem::remove(entry.path(), error);
+}
+
 } // namespace
 
 LoadResult LoadResult::ok(SessionRecord record, path url) {
@@ -105,7 +144,10 @@ void update(Source source, std::string_view sessionID, const path& directory,
     }
     body(current);
     if (current) {
-        write(*current, url);
+        // Under the lock, a temporary at this process's name is a dead
+        // writer's that had our pid, or a planted link: either is unlinked
+        // and made afresh, never written through or left to block the session.
+        Files::atomicReplace(url, current->encode(), 0600, Files::TakenTemporary::replace);
     }
 }
 
@@ -136,6 +178,7 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
         const path& url = entry.path();
         // Lock files (".lock") and interrupted writes (".tmp") fall out here.
         if (url.extension() != ".json") {
+            removeAbandonedTemporary(entry);
             continue;
         }
 

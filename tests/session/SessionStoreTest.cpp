@@ -1,18 +1,13 @@
 #include "session/SessionStore.h"
 
 #include <algorithm>
-#include <chrono>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <signal.h>
-#include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
 
 #include "platform/Error.h"
 #include "support/Files.h"
@@ -26,27 +21,21 @@ namespace {
 class SessionStoreTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::string pattern = (fs::temp_directory_path() / "pelmora-store-XXXXXX").string();
-        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        char pattern[] = "/tmp/pelmora-store-XXXXXX";
+        ASSERT_TRUE(::mkdtemp(pattern));
         root = pattern;
         directory = root / "support" / "sessions";
     }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(root, ignored);
-    }
-
+    void TearDown() override { fs::remove_all(root); }
     SessionRecord record(std::string_view id) const {
         return SessionRecord::make(Source::claude, std::string(id), "/work/project", 1700000000.25);
     }
-
     fs::path root;
     fs::path directory;
 };
 
 void writeFile(const fs::path& path, std::string_view bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    Files::atomicReplace(path, bytes, 0600);
 }
 
 // The encoded record padded with trailing blanks to exactly `size` bytes.
@@ -57,9 +46,8 @@ std::string padded(const SessionRecord& record, std::size_t size) {
 }
 
 bool hasTemporaries(const fs::path& directory) {
-    return std::any_of(
-        fs::directory_iterator(directory), fs::directory_iterator(),
-        [](const fs::directory_entry& entry) { return entry.path().extension() == ".tmp"; });
+    return std::any_of(fs::directory_iterator(directory), fs::directory_iterator(),
+                       [](const auto& entry) { return entry.path().extension() == ".tmp"; });
 }
 
 } // namespace
@@ -93,10 +81,7 @@ TEST_F(SessionStoreTest, UpdateIsAReadModifyWrite) {
             current = leave;
         });
     };
-    const auto mode = [](const fs::path& path) {
-        struct stat info {};
-        return ::stat(path.c_str(), &info) == 0 ? info.st_mode & 0777u : 0u;
-    };
+    const auto mode = [](const fs::path& path) { return fs::status(path).permissions(); };
 
     update(std::nullopt);
     EXPECT_FALSE(seen.has_value());
@@ -104,9 +89,9 @@ TEST_F(SessionStoreTest, UpdateIsAReadModifyWrite) {
     SessionRecord stored = record("a/b c");
     stored.state = SessionState::working;
     update(stored);
-    EXPECT_EQ(mode(directory), 0700u);
-    EXPECT_EQ(mode(url), 0600u);
-    EXPECT_EQ(mode(url.string() + ".lock"), 0600u);
+    EXPECT_EQ(mode(directory), fs::perms::owner_all);
+    EXPECT_EQ(mode(url), fs::perms(0600));
+    EXPECT_EQ(mode(url.string() + ".lock"), fs::perms(0600));
     EXPECT_EQ(SessionStore::load(url), LoadResult::ok(stored, url));
     // Leaving none keeps the file as it was.
     const std::optional<std::string> bytes = Files::read(url);
@@ -132,8 +117,10 @@ TEST_F(SessionStoreTest, UpdateIsAReadModifyWrite) {
     update(std::nullopt);
     EXPECT_EQ(seen, stored);
 
-    // A damaged file is replaced by the next write.
+    // A damaged file is replaced by the next write, and a file at this
+    // process's temporary name (a dead writer's with our pid) is no obstacle.
     writeFile(url, "{\"schemaVersion\":1,");
+    writeFile(Files::temporaryPath(url), "left by a writer that had our pid");
     update(stored);
     EXPECT_FALSE(seen.has_value());
     EXPECT_EQ(SessionStore::load(url), LoadResult::ok(stored, url));
@@ -238,51 +225,39 @@ TEST_F(SessionStoreTest, LoadAllScansJsonFilesThroughTheCache) {
 }
 
 // Every process appends one character under the lock; a lost update would
-// show as a shorter detail.
+// show as a shorter detail. A writer that throws aborts, failing its status.
 TEST_F(SessionStoreTest, ConcurrentWritersLoseNoUpdate) {
-    constexpr int writers = 32;
     int start[2];
     ASSERT_EQ(::pipe(start), 0);
-    std::vector<pid_t> children;
-    for (int i = 0; i < writers; ++i) {
-        const pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) {
+    std::vector<pid_t> writers(32);
+    for (pid_t& pid : writers) {
+        if ((pid = ::fork()) == 0) {
             ::close(start[1]);
-            char byte;
-            // Everyone starts together when the parent closes the pipe.
+            char byte; // everyone starts together, when the parent closes the pipe
             (void)!::read(start[0], &byte, 1);
-            try {
-                SessionStore::update(
-                    Source::codex, "shared", directory, [](std::optional<SessionRecord>& current) {
-                        if (!current) {
-                            current = SessionRecord::make(Source::codex, "shared", "/w", 1);
-                        }
-                        current->detail = current->detail.value_or("") + "x";
-                    });
-            } catch (...) {
-                ::_exit(1);
-            }
+            SessionStore::update(Source::codex, "shared", directory, [](auto& current) {
+                current = current.value_or(SessionRecord::make(Source::codex, "shared", "/w", 1));
+                current->detail = current->detail.value_or("") + "x";
+            });
             ::_exit(0);
         }
-        children.push_back(pid);
     }
     ::close(start[0]);
     ::close(start[1]);
-    for (const pid_t pid : children) {
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    for (const pid_t pid : writers) {
+        int status = -1;
+        ::waitpid(pid, &status, 0);
+        EXPECT_EQ(status, 0);
     }
-
-    const fs::path url = SessionStore::fileURL(Source::codex, "shared", directory);
-    const LoadResult result = SessionStore::load(url);
-    ASSERT_EQ(result.kind, LoadResult::Kind::ok);
-    EXPECT_EQ(result.record->detail, std::string(writers, 'x'));
+    const LoadResult result =
+        SessionStore::load(SessionStore::fileURL(Source::codex, "shared", directory));
+    ASSERT_TRUE(result.record);
+    EXPECT_EQ(result.record->detail, std::string(writers.size(), 'x'));
     EXPECT_FALSE(hasTemporaries(directory));
 }
 
-// A writer killed at any moment leaves the old file or the new one, whole.
+// A writer killed at any moment leaves the old file or the new one, whole;
+// its temporary is ignored by the scan, and removed once it is old.
 TEST_F(SessionStoreTest, KilledWriterNeverLeavesATornFile) {
     fs::create_directories(directory);
     const fs::path url = SessionStore::fileURL(Source::claude, "torn", directory);
@@ -292,37 +267,61 @@ TEST_F(SessionStoreTest, KilledWriterNeverLeavesATornFile) {
         int running[2];
         ASSERT_EQ(::pipe(running), 0);
         const pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
         if (pid == 0) {
-            ::close(running[0]);
             SessionRecord record = SessionRecord::make(Source::claude, "torn", "/w", 1);
-            try {
-                for (bool first = true;; first = false) {
-                    record.detail = std::string(random() % 60000, 'd');
-                    record.updatedAt += 1;
-                    SessionStore::write(record, url);
-                    if (first) {
-                        (void)!::write(running[1], "w", 1);
-                    }
+            for (bool first = true;; first = false, ++record.updatedAt) {
+                record.detail = std::string(random() % 60000, 'd');
+                SessionStore::write(record, url);
+                if (first) {
+                    (void)!::write(running[1], "w", 1); // the kill lands while writes are under way
                 }
-            } catch (...) {
-                ::_exit(1);
             }
         }
         ::close(running[1]);
-        // The kill lands while writes are under way, not during start-up.
         char byte;
         ASSERT_EQ(::read(running[0], &byte, 1), 1) << "the writer failed in round " << round;
         ::close(running[0]);
         ::usleep(static_cast<useconds_t>(pause(random)));
         ::kill(pid, SIGKILL);
-        int status = 0;
-        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer stopped by itself in round " << round;
-
-        const LoadResult result = SessionStore::load(url);
-        ASSERT_EQ(result.kind, LoadResult::Kind::ok) << "round " << round;
+        ::waitpid(pid, nullptr, 0);
+        ASSERT_TRUE(SessionStore::load(url).record) << "round " << round;
     }
-    // Leftover temporaries are ignored by the scan.
     EXPECT_EQ(SessionStore::loadAll(directory), std::vector{SessionStore::load(url)});
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+        fs::last_write_time(entry.path(),
+                            fs::file_time_type::clock::now() - std::chrono::minutes(1));
+    }
+    EXPECT_EQ(SessionStore::loadAll(directory), std::vector{SessionStore::load(url)});
+    EXPECT_FALSE(hasTemporaries(directory));
+}
+
+TEST_F(SessionStoreTest, ScanRemovesOldTemporariesOfWritersThatAreGone) {
+    fs::create_directories(directory);
+    const pid_t exited = ::fork();
+    if (exited == 0) {
+        ::_exit(0);
+    }
+    ::waitpid(exited, nullptr, 0);
+    const std::string dead = std::to_string(exited);
+    using std::chrono::seconds;
+    // Name, age, removed. Our own process started after a minute-old file
+    // was written, so that file's writer had our pid before us.
+    const std::tuple<std::string, seconds, bool> rows[] = {
+        {".claude-a.json." + dead + ".tmp", seconds(60), true},
+        {".claude-b.json." + std::to_string(::getpid()) + ".tmp", seconds(60), true},
+        {".claude-c.json." + dead + ".tmp", seconds(2), false}, // its writer may be starting
+        {".claude-d.json.1.tmp", seconds(11), false},           // a live writer
+        {"claude-e.json." + dead + ".tmp", seconds(60), false},
+        {".notes." + dead + ".tmp", seconds(60), false},
+        {".claude-f.json." + dead + "x.tmp", seconds(60), false},
+    };
+    const auto now = fs::file_time_type::clock::now();
+    for (const auto& [name, age, removed] : rows) {
+        writeFile(directory / name, "{");
+        fs::last_write_time(directory / name, now - age);
+    }
+    EXPECT_TRUE(SessionStore::loadAll(directory).empty());
+    for (const auto& [name, age, removed] : rows) {
+        EXPECT_EQ(fs::exists(directory / name), !removed) << name;
+    }
 }
