@@ -119,6 +119,8 @@ int runHookMode(int argc, char** argv) {
     alarm(guardSeconds);
     // The agent reads our stdout; if it has gone, a reply must not kill us.
     signal(SIGPIPE, SIG_IGN);
+    // Under a file-size limit a long write must fail, not kill us mid-way.
+    signal(SIGXFSZ, SIG_IGN);
 
     Source source = Source::claude;
     std::int32_t parentPID = getppid();
