@@ -218,8 +218,9 @@ Listener::Listener(std::filesystem::path path, int backlog) : path_(std::move(pa
     }
 
     // A socket file that nobody answers on is left over from a listener that
-    // did not clean up. A live one (connected, or busy with a full backlog)
-    // is another program's; a plain file is the user's.
+    // did not clean up. A live one (it connects, or Linux says its backlog is
+    // full; macOS refuses then, and such a socket passes for stale) is another
+    // program's; a plain file is the user's.
     struct stat info {};
     if (::lstat(path_.c_str(), &info) == 0) {
         if (!S_ISSOCK(info.st_mode)) {
