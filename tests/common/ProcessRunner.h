@@ -56,10 +56,6 @@ public:
           const std::map<std::string, std::string>& environment, std::string input = {},
           bool keepInputOpen = false, std::optional<std::uint64_t> fileSizeLimit = std::nullopt);
     ~Child(); // kills a child that is still running
-    Child(const Child&) = delete;
-    Child& operator=(const Child&) = delete;
-
-    pid_t pid() const { return pid_; }
     // The next line of standard output, without its line feed, if one comes in time.
     std::optional<std::string> readLine(double seconds);
     bool stillRunningAfter(double seconds);
