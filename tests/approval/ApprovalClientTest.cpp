@@ -5,7 +5,7 @@
 #include <sys/socket.h>
 
 #include "approval/ApprovalWire.h"
-#include "common/StandInApp.h"
+#include "common/Fixtures.h"
 #include "json/OrderedJSON.h"
 
 namespace pelmora {
@@ -29,21 +29,16 @@ StandInApp::Behaviour answer(std::string bytes) {
 class ApprovalClientTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pelmora-approval-XXXXXX";
-        ASSERT_TRUE(::mkdtemp(pattern));
-        folder = pattern;
-        socket = folder / "approval.sock";
         request.id = "0F3C2B1A-9D8E-4F7A-8B6C-5D4E3F2A1B0C";
         request.sessionID = "session-42";
         request.cwd = "/Users/ada/src/app";
         request.summary = "rm -rf build/";
     }
-    void TearDown() override { fs::remove_all(folder); }
     std::optional<ApprovalResponse> ask(double timeout = 10) const {
         return ApprovalClient::ask(request, timeout, socket.native());
     }
-    fs::path folder;
-    fs::path socket;
+    const testing::TempHome home;
+    const fs::path socket = home.socket();
     ApprovalRequest request;
 };
 
@@ -94,7 +89,7 @@ TEST_F(ApprovalClientTest, AsksOnlyAnAppOfTheSameUser) {
     if (::getuid() != 0) {
         GTEST_SKIP() << "needs root to play another user";
     }
-    fs::permissions(folder, fs::perms::all | fs::perms::sticky_bit);
+    fs::permissions(home.path(), fs::perms::all | fs::perms::sticky_bit);
     // The file is nobody's; then root's, as if swapped in after the file
     // check, so that only the peer gives the app away.
     for (const bool fileLooksOurs : {false, true}) {

@@ -61,23 +61,6 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 } // namespace
 
-TempHome::TempHome() {
-    std::string pattern = "/tmp/pelmora-test-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("mkdtemp failed");
-    }
-    path_ = pattern;
-}
-
-TempHome::~TempHome() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-}
-
-std::map<std::string, std::string> TempHome::environment() const {
-    return {{"PELMORA_HOME", path_.string()}};
-}
-
 Child::Child(const std::vector<std::string>& arguments,
              const std::map<std::string, std::string>& environment, std::string input,
              bool keepInputOpen, std::optional<std::uint64_t> fileSizeLimit)

@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "common/StandInApp.h"
+#include "common/Fixtures.h"
 #include "support/Files.h"
 
 namespace pelmora::testing {
@@ -26,23 +26,6 @@ struct Finished {
     std::string out;
     std::string err;
     double seconds = 0; // from start to end
-};
-
-// A fresh, short support directory under /tmp, removed with its contents.
-class TempHome {
-public:
-    TempHome();
-    ~TempHome();
-    TempHome(const TempHome&) = delete;
-    TempHome& operator=(const TempHome&) = delete;
-
-    const std::filesystem::path& path() const { return path_; }
-    std::filesystem::path sessions() const { return path_ / "sessions"; }
-    std::filesystem::path socket() const { return path_ / "approval.sock"; }
-    std::map<std::string, std::string> environment() const; // PELMORA_HOME
-
-private:
-    std::filesystem::path path_;
 };
 
 // `arguments` starts with the program's path. The child gets this process's

@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include "common/StandInApp.h"
+#include "common/Fixtures.h"
 #include "platform/Error.h"
 
 namespace pelmora::platform {
@@ -21,14 +21,9 @@ using LocalSocket::ReadStatus;
 
 class LocalSocketTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/pelmora-socket-XXXXXX";
-        ASSERT_TRUE(::mkdtemp(pattern));
-        dir = pattern;
-        std::ofstream(dir / "plain") << "mine";
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
+    void SetUp() override { std::ofstream(dir / "plain") << "mine"; }
+    const testing::TempHome home;
+    const fs::path dir = home.path();
 };
 
 // Stale sockets, live ones, plain files and the mode are tested through the

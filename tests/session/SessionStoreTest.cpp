@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include "common/Fixtures.h"
 #include "platform/Error.h"
 #include "support/Files.h"
 
@@ -20,18 +21,12 @@ namespace {
 
 class SessionStoreTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/pelmora-store-XXXXXX";
-        ASSERT_TRUE(::mkdtemp(pattern));
-        root = pattern;
-        directory = root / "support" / "sessions";
-    }
-    void TearDown() override { fs::remove_all(root); }
     SessionRecord record(std::string_view id) const {
         return SessionRecord::make(Source::claude, std::string(id), "/work/project", 1700000000.25);
     }
-    fs::path root;
-    fs::path directory;
+    const pelmora::testing::TempHome home;
+    const fs::path root = home.path();
+    const fs::path directory = root / "support" / "sessions";
 };
 
 void writeFile(const fs::path& path, std::string_view bytes) {

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "common/Fixtures.h"
 #include "platform/Error.h"
 
 namespace pelmora {
@@ -19,13 +20,6 @@ namespace fs = std::filesystem;
 
 class FilesTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/pelmora-files-XXXXXX";
-        ASSERT_TRUE(mkdtemp(pattern));
-        dir = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir); }
-
     static mode_t modeOf(const fs::path& path) {
         struct stat info {};
         EXPECT_EQ(lstat(path.c_str(), &info), 0) << path;
@@ -40,7 +34,8 @@ protected:
         return names;
     }
 
-    fs::path dir;
+    const testing::TempHome home;
+    const fs::path dir = home.path();
 };
 
 TEST_F(FilesTest, AtomicReplaceWritesOwnerOnlyAndLeavesNoTemporary) {

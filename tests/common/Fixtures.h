@@ -1,13 +1,17 @@
 #pragma once
 
-// Stand-ins on real sockets, through the listener the real servers use: the
-// notch app played by a thread, another user played by a child process.
+// What the tests stand on: a temporary folder, and stand-ins on real sockets
+// through the listener the real servers use (the notch app played by a
+// thread, another user played by a child process).
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <signal.h>
+#include <stdexcept>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -20,6 +24,34 @@
 namespace pelmora::testing {
 
 namespace LocalSocket = platform::LocalSocket;
+
+// A fresh, short support directory under /tmp, removed with its contents.
+class TempHome {
+public:
+    TempHome() {
+        std::string pattern = "/tmp/pelmora-test-XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr) {
+            throw std::runtime_error("mkdtemp failed");
+        }
+        path_ = pattern;
+    }
+    ~TempHome() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TempHome(const TempHome&) = delete;
+    TempHome& operator=(const TempHome&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    std::filesystem::path sessions() const { return path_ / "sessions"; }
+    std::filesystem::path socket() const { return path_ / "approval.sock"; }
+    std::map<std::string, std::string> environment() const {
+        return {{"PELMORA_HOME", path_.string()}};
+    }
+
+private:
+    std::filesystem::path path_;
+};
 
 // A send that fails means the client gave up, which some tests provoke.
 inline void sendAll(int fd, std::string_view bytes) {
