@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "hook/Agents.h"
+
 namespace pelmora::AgentDetection {
 namespace {
 
@@ -18,45 +20,23 @@ bool present(const std::filesystem::path& entry) {
 
 std::optional<std::filesystem::path> configDirectory(Source source,
                                                      const std::filesystem::path& home) {
-    switch (source) {
-    case Source::claude:
-        return home / ".claude";
-    case Source::codex:
-        return home / ".codex";
-    case Source::grok:
-        return home / ".grok";
-    case Source::commandcode:
-        return home / ".commandcode";
-    case Source::devin:
-        return home / ".config/devin";
-    case Source::qwen:
-        return home / ".qwen";
-    case Source::copilot:
-        return home / ".copilot";
-    case Source::pi:
-        return home / ".pi";
-    case Source::kimi:
-        return home / ".kimi";
-    case Source::build:
-    case Source::service:
-    case Source::git:
-    case Source::update:
+    const Agents::Row& row = Agents::row(source);
+    if (row.configDirectory.empty()) {
         return std::nullopt;
     }
-    return std::nullopt;
+    return home / row.configDirectory;
 }
 
 std::vector<Source> detected(const std::filesystem::path& home) {
     std::vector<Source> found;
-    for (Source agent : agentSources) {
-        auto directory = configDirectory(agent, home);
-        bool isPresent = directory && present(*directory);
-        // Kimi Code's newer installs keep their folder under another name.
-        if (!isPresent && agent == Source::kimi) {
-            isPresent = present(home / ".kimi-code");
+    for (const Agents::Row& row : Agents::rows()) {
+        if (row.configDirectory.empty()) {
+            continue;
         }
-        if (isPresent) {
-            found.push_back(agent);
+        if (present(home / row.configDirectory) ||
+            (!row.alternativeConfigDirectory.empty() &&
+             present(home / row.alternativeConfigDirectory))) {
+            found.push_back(row.source);
         }
     }
     return found;

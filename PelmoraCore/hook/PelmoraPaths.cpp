@@ -1,9 +1,11 @@
 #include "hook/PelmoraPaths.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <system_error>
 
+#include "hook/Agents.h"
 #include "platform/Platform.h"
 #include "support/Files.h"
 
@@ -24,6 +26,11 @@ bool socketsMoveToTmp() {
 
 path tmpSocket(std::string_view suffix) {
     return "/tmp/pelmora-" + std::to_string(platform::userID()) + std::string(suffix);
+}
+
+// Every agent's row names a config file, so this never comes back empty.
+path agentFile(Source agent) {
+    return configFile(agent, home()).value();
 }
 
 } // namespace
@@ -69,43 +76,83 @@ path alertSocket() {
     return socketsMoveToTmp() ? tmpSocket("-alert.sock") : supportDirectory() / "alert.sock";
 }
 
-path claudeSettings() {
-    return home() / ".claude/settings.json";
-}
-path codexHooks() {
-    return home() / ".codex/hooks.json";
-}
-path grokHooks() {
-    return home() / ".grok/hooks/pelmora.json";
-}
-path commandCodeSettings() {
-    return home() / ".commandcode/settings.json";
-}
-path devinConfig() {
-    return home() / ".config/devin/config.json";
-}
-path qwenSettings() {
-    return home() / ".qwen/settings.json";
-}
-path copilotHooks() {
-    return home() / ".copilot/hooks/pelmora.json";
-}
-
-path kimiConfig() {
-    return kimiConfig(home());
-}
-
-path kimiConfig(const path& base) {
-    path primary = base / ".kimi/config.toml";
-    if (fileExists(primary)) {
+std::optional<path> configFile(Source source, const path& base) {
+    const Agents::Row& row = Agents::row(source);
+    if (row.configDirectory.empty()) {
+        return std::nullopt;
+    }
+    path primary = base / row.configDirectory / row.configFile;
+    if (row.alternativeConfigDirectory.empty() || fileExists(primary)) {
         return primary;
     }
-    path alternative = base / ".kimi-code/config.toml";
+    path alternative = base / row.alternativeConfigDirectory / row.configFile;
     return fileExists(alternative) ? alternative : primary;
 }
 
+std::optional<path> configFile(Source source) {
+    return configFile(source, home());
+}
+
+path claudeSettings() {
+    return agentFile(Source::claude);
+}
+path codexHooks() {
+    return agentFile(Source::codex);
+}
+path grokHooks() {
+    return agentFile(Source::grok);
+}
+path commandCodeSettings() {
+    return agentFile(Source::commandcode);
+}
+path devinConfig() {
+    return agentFile(Source::devin);
+}
+path qwenSettings() {
+    return agentFile(Source::qwen);
+}
+path copilotHooks() {
+    return agentFile(Source::copilot);
+}
+path kimiConfig() {
+    return agentFile(Source::kimi);
+}
+path kimiConfig(const path& base) {
+    return configFile(Source::kimi, base).value();
+}
 path piExtension() {
-    return home() / ".pi/agent/extensions/pelmora.ts";
+    return agentFile(Source::pi);
+}
+
+std::vector<NamedLocation> namedLocations() {
+    std::vector<NamedLocation> locations{
+        {"supportDirectory", supportDirectory()},
+        {"sessionsDirectory", sessionsDirectory()},
+        {"logsDirectory", logsDirectory()},
+        {"backupsDirectory", backupsDirectory()},
+        {"binDirectory", binDirectory()},
+        {"installedHookBinary", installedHookBinary()},
+        {"installedCLIBinary", installedCLIBinary()},
+        {"approvalSocket", approvalSocket()},
+        {"alertSocket", alertSocket()},
+    };
+    // Grouped by how the installers write them (JSON settings, then Kimi's
+    // TOML, then the pi extension), the order this list has always had, so
+    // that a script or a person comparing two outputs sees no reshuffle.
+    std::vector<const Agents::Row*> agents;
+    for (const Agents::Row& row : Agents::rows()) {
+        if (!row.configFileName.empty()) {
+            agents.push_back(&row);
+        }
+    }
+    std::stable_sort(agents.begin(), agents.end(), [](const Agents::Row* a, const Agents::Row* b) {
+        return a->hookFormat < b->hookFormat;
+    });
+    const path base = home();
+    for (const Agents::Row* row : agents) {
+        locations.push_back({row->configFileName, configFile(row->source, base).value()});
+    }
+    return locations;
 }
 
 void ensureDirectory(const path& directory) {

@@ -1,7 +1,11 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string_view>
+#include <vector>
+
+#include "hook/Source.h"
 
 // Every location of the system, spelled once. Each is recomputed on every
 // call: the support directory reads PELMORA_HOME each time, and kimiConfig
@@ -26,6 +30,16 @@ path installedCLIBinary();
 path approvalSocket();
 path alertSocket();
 
+// The file the product's hooks are written into, under `home`: the row's
+// config folder joined with its config file. An agent with an alternative
+// folder (Kimi Code's ".kimi-code") has its file there only when the file
+// is missing from the main folder and present in the alternative; a fresh
+// install goes to the main folder. None for the activity sources.
+std::optional<path> configFile(Source source, const path& home);
+// The same under the user's home.
+std::optional<path> configFile(Source source);
+
+// Each agent's file by the name the code and `pelmora paths` know it by.
 path claudeSettings();
 path codexHooks();
 path grokHooks();
@@ -34,9 +48,17 @@ path devinConfig();
 path qwenSettings();
 path copilotHooks();
 path kimiConfig();
-// The same rule under a given home folder.
 path kimiConfig(const path& home);
 path piExtension();
+
+struct NamedLocation {
+    std::string_view name;
+    path location;
+    bool operator==(const NamedLocation&) const = default;
+};
+// Every location above with its name, support folders and sockets first,
+// then the agents' files; what `pelmora paths` prints.
+std::vector<NamedLocation> namedLocations();
 
 // Creates the directory and missing parents with mode 0700; throws
 // pelmora::Error when it cannot.

@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
-#include <map>
 #include <pwd.h>
 #include <stdlib.h>
 #include <string>
@@ -17,22 +16,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A temporary home, and HOME and PELMORA_HOME put back as they were.
+// A temporary folder, and PELMORA_HOME and HOME put back as they were.
 class PelmoraPathsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (const char* name : {"HOME", "PELMORA_HOME"}) {
-            if (const char* value = getenv(name)) {
-                saved[name] = value;
-            }
-        }
         char pattern[] = "/tmp/pelmora-paths-XXXXXX";
         ASSERT_TRUE(mkdtemp(pattern));
         root = pattern;
     }
     void TearDown() override {
-        for (const char* name : {"HOME", "PELMORA_HOME"}) {
-            saved.contains(name) ? setenv(name, saved[name].c_str(), 1) : unsetenv(name);
+        for (const auto& [name, value] : saved) {
+            value ? setenv(name, value->c_str(), 1) : unsetenv(name);
         }
         fs::remove_all(root);
     }
@@ -40,39 +34,52 @@ protected:
         fs::create_directories(file.parent_path());
         std::ofstream(file) << "x";
     }
-    std::map<std::string, std::string> saved;
+    static std::optional<std::string> get(const char* name) {
+        const char* value = getenv(name);
+        return value ? std::optional<std::string>(value) : std::nullopt;
+    }
+    const std::pair<const char*, std::optional<std::string>> saved[2] = {
+        {"HOME", get("HOME")}, {"PELMORA_HOME", get("PELMORA_HOME")}};
     fs::path root;
 };
 
-TEST_F(PelmoraPathsTest, EverythingHangsOffTheSupportDirectoryOrTheRealHome) {
+TEST_F(PelmoraPathsTest, EveryLocationByNameUnderTheSupportDirectoryOrTheRealHome) {
     setenv("HOME", "/nonexistent/not-the-home", 1);
     const struct passwd* entry = getpwuid(getuid());
     const fs::path home = entry ? entry->pw_dir : "/";
     EXPECT_EQ(PelmoraPaths::home(), home);
-    unsetenv("PELMORA_HOME");
-    EXPECT_EQ(PelmoraPaths::supportDirectory(), home / "Library/Application Support/Pelmora");
-    setenv("PELMORA_HOME", "", 1);
-    EXPECT_EQ(PelmoraPaths::supportDirectory(), home / "Library/Application Support/Pelmora");
-    setenv("PELMORA_HOME", "/srv/pelmora", 1);
-    EXPECT_EQ(PelmoraPaths::supportDirectory(), "/srv/pelmora");
-    EXPECT_EQ(PelmoraPaths::sessionsDirectory(), "/srv/pelmora/sessions");
-    EXPECT_EQ(PelmoraPaths::logsDirectory(), "/srv/pelmora/logs");
-    EXPECT_EQ(PelmoraPaths::backupsDirectory(), "/srv/pelmora/backups");
-    EXPECT_EQ(PelmoraPaths::binDirectory(), "/srv/pelmora/bin");
-    EXPECT_EQ(PelmoraPaths::installedHookBinary(), "/srv/pelmora/bin/pelmora-hook");
-    EXPECT_EQ(PelmoraPaths::installedCLIBinary(), "/srv/pelmora/bin/pelmora");
-    EXPECT_EQ(PelmoraPaths::approvalSocket(), "/srv/pelmora/approval.sock");
-    EXPECT_EQ(PelmoraPaths::alertSocket(), "/srv/pelmora/alert.sock");
-
-    EXPECT_EQ(PelmoraPaths::claudeSettings(), home / ".claude/settings.json");
-    EXPECT_EQ(PelmoraPaths::codexHooks(), home / ".codex/hooks.json");
-    EXPECT_EQ(PelmoraPaths::grokHooks(), home / ".grok/hooks/pelmora.json");
-    EXPECT_EQ(PelmoraPaths::commandCodeSettings(), home / ".commandcode/settings.json");
-    EXPECT_EQ(PelmoraPaths::devinConfig(), home / ".config/devin/config.json");
-    EXPECT_EQ(PelmoraPaths::qwenSettings(), home / ".qwen/settings.json");
-    EXPECT_EQ(PelmoraPaths::copilotHooks(), home / ".copilot/hooks/pelmora.json");
-    EXPECT_EQ(PelmoraPaths::piExtension(), home / ".pi/agent/extensions/pelmora.ts");
-    EXPECT_EQ(PelmoraPaths::kimiConfig(), PelmoraPaths::kimiConfig(home));
+    for (const char* unset : {"", static_cast<const char*>(nullptr)}) {
+        unset ? setenv("PELMORA_HOME", unset, 1) : unsetenv("PELMORA_HOME");
+        EXPECT_EQ(PelmoraPaths::supportDirectory(), home / "Library/Application Support/Pelmora");
+    }
+    setenv("PELMORA_HOME", "/srv/p", 1);
+    // clang-format off
+    const std::pair<std::string_view, fs::path> expected[] = {
+        {"supportDirectory", "/srv/p"},        {"sessionsDirectory", "/srv/p/sessions"},
+        {"logsDirectory", "/srv/p/logs"},      {"backupsDirectory", "/srv/p/backups"},
+        {"binDirectory", "/srv/p/bin"},        {"installedHookBinary", "/srv/p/bin/pelmora-hook"},
+        {"installedCLIBinary", "/srv/p/bin/pelmora"},
+        {"approvalSocket", "/srv/p/approval.sock"}, {"alertSocket", "/srv/p/alert.sock"},
+        {"claudeSettings", home / ".claude/settings.json"}, {"codexHooks", home / ".codex/hooks.json"},
+        {"grokHooks", home / ".grok/hooks/pelmora.json"},
+        {"commandCodeSettings", home / ".commandcode/settings.json"},
+        {"devinConfig", home / ".config/devin/config.json"}, {"qwenSettings", home / ".qwen/settings.json"},
+        {"copilotHooks", home / ".copilot/hooks/pelmora.json"},
+        {"kimiConfig", PelmoraPaths::kimiConfig(home)},
+        {"piExtension", home / ".pi/agent/extensions/pelmora.ts"},
+    };
+    // clang-format on
+    const std::vector<PelmoraPaths::NamedLocation> named = PelmoraPaths::namedLocations();
+    ASSERT_EQ(named.size(), std::size(expected));
+    for (std::size_t i = 0; i < named.size(); ++i) {
+        EXPECT_EQ(named[i], (PelmoraPaths::NamedLocation{expected[i].first, expected[i].second}));
+    }
+    EXPECT_EQ(PelmoraPaths::devinConfig(), expected[13].second);
+    EXPECT_EQ(PelmoraPaths::piExtension(), expected[17].second);
+    for (Source source : allSources) {
+        EXPECT_EQ(PelmoraPaths::configFile(source).has_value(), isAgent(source));
+        EXPECT_EQ(AgentDetection::configDirectory(source, "/h").has_value(), isAgent(source));
+    }
 }
 
 TEST_F(PelmoraPathsTest, SocketsMoveToTmpPastNinetyNineBytes) {
@@ -87,42 +94,19 @@ TEST_F(PelmoraPathsTest, SocketsMoveToTmpPastNinetyNineBytes) {
     EXPECT_EQ(PelmoraPaths::approvalSocket(), "/tmp/pelmora-" + uid + ".sock");
     // The alert socket's own path would fit; it moves with the other.
     EXPECT_EQ(PelmoraPaths::alertSocket(), "/tmp/pelmora-" + uid + "-alert.sock");
-    EXPECT_EQ(PelmoraPaths::supportDirectory(), fits + "x");
 }
 
-TEST_F(PelmoraPathsTest, KimiConfigPrefersTheKimiFolder) {
-    EXPECT_EQ(PelmoraPaths::kimiConfig(root), root / ".kimi/config.toml");
-    touch(root / ".kimi-code/config.toml");
-    EXPECT_EQ(PelmoraPaths::kimiConfig(root), root / ".kimi-code/config.toml");
-    touch(root / ".kimi/config.toml");
-    EXPECT_EQ(PelmoraPaths::kimiConfig(root), root / ".kimi/config.toml");
-}
-
-TEST_F(PelmoraPathsTest, EnsureDirectoryIsOwnerOnly) {
-    const mode_t old = umask(0);
-    PelmoraPaths::ensureDirectory(root / "a/b/c");
-    umask(old);
-    for (const fs::path& dir : {root / "a", root / "a/b", root / "a/b/c"}) {
-        struct stat info {};
-        ASSERT_EQ(stat(dir.c_str(), &info), 0);
-        EXPECT_EQ(info.st_mode & 07777, 0700u) << dir;
-    }
-    EXPECT_NO_THROW(PelmoraPaths::ensureDirectory(root / "a/b/c"));
-    touch(root / "file");
-    EXPECT_THROW(PelmoraPaths::ensureDirectory(root / "file"), Error);
-    EXPECT_THROW(PelmoraPaths::ensureDirectory(root / "file/below"), Error);
-}
-
-TEST_F(PelmoraPathsTest, AgentDetectionFindsAnyEntryInDeclarationOrder) {
-    EXPECT_EQ(AgentDetection::configDirectory(Source::claude, "/h"), "/h/.claude");
-    EXPECT_EQ(AgentDetection::configDirectory(Source::devin, "/h"), "/h/.config/devin");
-    EXPECT_EQ(AgentDetection::configDirectory(Source::pi, "/h"), "/h/.pi");
-    for (Source source : allSources) {
-        EXPECT_EQ(AgentDetection::configDirectory(source, "/h").has_value(), isAgent(source));
-    }
-
+TEST_F(PelmoraPathsTest, AgentsFoundByTheirFolderOrItsAlternative) {
     EXPECT_TRUE(AgentDetection::detected(root).empty());
-    fs::create_directories(root / ".kimi-code");
+    EXPECT_EQ(PelmoraPaths::kimiConfig(root), root / ".kimi/config.toml");
+    fs::create_directories(root / ".kimi");
+    touch(root / ".kimi-code/config.toml");
+    // The file decides, not the folder; the folder decides detection.
+    EXPECT_EQ(PelmoraPaths::configFile(Source::kimi, root), root / ".kimi-code/config.toml");
+    touch(root / ".kimi/config.toml");
+    EXPECT_EQ(PelmoraPaths::configFile(Source::kimi, root), root / ".kimi/config.toml");
+    fs::remove_all(root / ".kimi");
+
     fs::create_directories(root / ".config/devin");
     touch(root / ".codex"); // a file counts too
     // A dangling link still shows the agent was set up here.
@@ -132,10 +116,22 @@ TEST_F(PelmoraPathsTest, AgentDetectionFindsAnyEntryInDeclarationOrder) {
                                        Source::kimi};
     EXPECT_EQ(AgentDetection::detected(root), expected);
     EXPECT_EQ(AgentDetection::configDirectory(Source::kimi, root), root / ".kimi");
-    // Both Kimi folders: still one entry.
-    fs::create_directories(root / ".kimi");
+    fs::create_directories(root / ".kimi"); // both Kimi folders: still one entry
     EXPECT_EQ(AgentDetection::detected(root), expected);
-    EXPECT_TRUE(AgentDetection::detected(root / "missing").empty());
+}
+
+TEST_F(PelmoraPathsTest, EnsureDirectoryIsOwnerOnly) {
+    const mode_t old = umask(0);
+    PelmoraPaths::ensureDirectory(root / "a/b");
+    umask(old);
+    for (const fs::path& dir : {root / "a", root / "a/b"}) {
+        struct stat info {};
+        ASSERT_EQ(stat(dir.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0700u) << dir;
+    }
+    EXPECT_NO_THROW(PelmoraPaths::ensureDirectory(root / "a/b"));
+    touch(root / "file");
+    EXPECT_THROW(PelmoraPaths::ensureDirectory(root / "file/below"), Error);
 }
 
 } // namespace
