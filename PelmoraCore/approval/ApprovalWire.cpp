@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "hook/Agents.h"
 #include "json/OrderedJSON.h"
 
 namespace pelmora::ApprovalWire {
@@ -160,17 +161,17 @@ std::optional<JSONValue> defaultOutput(const ApprovalRequest& request,
 std::optional<std::string> hookOutput(const ApprovalRequest& request,
                                       const ApprovalResponse& response) {
     std::optional<JSONValue> output;
-    switch (request.source) {
-    case Source::copilot:
+    switch (Agents::row(request.source).reply) {
+    case Agents::ReplyDialect::copilot:
         output = copilotOutput(response);
         break;
-    case Source::devin:
+    case Agents::ReplyDialect::devin:
         output = devinOutput(response);
         break;
-    case Source::grok:
+    case Agents::ReplyDialect::grok:
         output = grokOutput(request, response);
         break;
-    default:
+    case Agents::ReplyDialect::standard:
         output = defaultOutput(request, response);
         break;
     }

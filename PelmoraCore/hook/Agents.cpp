@@ -74,7 +74,6 @@ constexpr std::array<Row, allSources.size()> table = [] {
     claude.hookEvents = claudeEvents;
     claude.blockingEvents = permissionRequest;
     claude.passesParentPID = true;
-    claude.reply = ReplyDialect::standard;
 
     Row& codex = t[1] = agent(Source::codex, "codex", "Codex", "CX");
     codex.supportsApprovals = true;
@@ -84,7 +83,6 @@ constexpr std::array<Row, allSources.size()> table = [] {
     codex.hookEvents = codexEvents;
     codex.blockingEvents = permissionRequest;
     codex.passesParentPID = true;
-    codex.reply = ReplyDialect::standard;
 
     Row& grok = t[2] = agent(Source::grok, "grok", "Grok Build", "GK");
     grok.supportsQuestions = grok.asksOnPreToolUse = true;
@@ -126,7 +124,6 @@ constexpr std::array<Row, allSources.size()> table = [] {
     qwen.detection = Detection::whenUnnamed;
     qwen.hookEvents = claudeEvents;
     qwen.blockingEvents = permissionRequest;
-    qwen.reply = ReplyDialect::standard;
 
     Row& copilot = t[6] = agent(Source::copilot, "copilot", "GitHub Copilot", "CP");
     copilot.supportsApprovals = true;

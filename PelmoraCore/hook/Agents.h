@@ -22,8 +22,10 @@ enum class HookFormat {
 };
 
 // The shape of the reply a permission request or question gets on stdout.
+// Whether a source is asked at all is supportsApprovals/supportsQuestions;
+// one that is never asked still has the standard shape, so that a reply
+// written for it is the one most agents understand.
 enum class ReplyDialect {
-    none,     // the agent is never answered
     standard, // hookSpecificOutput / PermissionRequest / decision.behavior
     copilot,  // {"behavior": ...}
     devin,    // {"decision": "approve" | "block"}
@@ -76,7 +78,7 @@ struct Row {
     bool passesParentPID = false;
     TimeoutUnit timeoutUnit = TimeoutUnit::seconds;
 
-    ReplyDialect reply = ReplyDialect::none;
+    ReplyDialect reply = ReplyDialect::standard;
 };
 
 // Every source, in declaration order (rows()[i].source == allSources[i]).

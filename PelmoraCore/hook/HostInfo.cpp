@@ -1,5 +1,9 @@
 #include "hook/HostInfo.h"
 
+#include <string_view>
+
+extern char** environ;
+
 namespace pelmora {
 namespace {
 
@@ -12,6 +16,18 @@ std::optional<std::string> lookup(const HostInfo::Environment& env, std::string_
 }
 
 } // namespace
+
+HostInfo::Environment HostInfo::processEnvironment() {
+    Environment env;
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        std::string_view text = *entry;
+        std::size_t equals = text.find('=');
+        if (equals != std::string_view::npos) {
+            env.emplace(std::string(text.substr(0, equals)), std::string(text.substr(equals + 1)));
+        }
+    }
+    return env;
+}
 
 HostInfo HostInfo::fromEnvironment(const Environment& env, std::optional<std::string> tty) {
     HostInfo host;

@@ -18,6 +18,8 @@ struct HostInfo {
     bool operator==(const HostInfo&) const = default;
 
     using Environment = std::map<std::string, std::string, std::less<>>;
+    // This process's environment as it is now.
+    static Environment processEnvironment();
     static HostInfo fromEnvironment(const Environment& env, std::optional<std::string> tty);
 };
 

@@ -30,41 +30,41 @@ bool isTrackedNotification(const std::optional<std::string>& type) {
 }
 
 Rule ruleFor(const HookEvent& event) {
-    const std::string_view name = event.name;
-    if (name == "SessionStart") {
+    std::optional<HookEventName> kind = event.kind();
+    if (!kind) {
+        return Rule::untracked;
+    }
+    switch (*kind) {
+    case HookEventName::sessionStart:
         return Rule::sessionStart;
-    }
-    if (name == "UserPromptSubmit") {
+    case HookEventName::userPromptSubmit:
         return Rule::userPromptSubmit;
-    }
-    if (name == "PreToolUse") {
+    case HookEventName::preToolUse:
         return Rule::preToolUse;
-    }
-    if (name == "PermissionRequest") {
+    case HookEventName::permissionRequest:
         return Rule::permissionRequest;
-    }
-    if (name == "PostToolUse" || name == "PostToolUseFailure" || name == "PostToolBatch" ||
-        name == "PostCompact" || name == "PostCompaction" || name == "SubagentStart") {
+    case HookEventName::postToolUse:
+    case HookEventName::postToolUseFailure:
+    case HookEventName::postToolBatch:
+    case HookEventName::postCompact:
+    case HookEventName::postCompaction:
+    case HookEventName::subagentStart:
         return Rule::toolFinished;
-    }
-    if (name == "Notification") {
+    case HookEventName::notification:
         // An idle prompt or any other notice is not a wait the session shows.
         return isTrackedNotification(event.notificationType) ? Rule::notification : Rule::untracked;
-    }
-    if (name == "PreCompact") {
+    case HookEventName::preCompact:
         return Rule::preCompact;
-    }
-    if (name == "Stop") {
+    case HookEventName::stop:
         return Rule::stop;
-    }
-    if (name == "StopFailure") {
+    case HookEventName::stopFailure:
         return Rule::stopFailure;
-    }
-    if (name == "Interrupt") {
+    case HookEventName::interrupt:
         return Rule::interrupt;
-    }
-    if (name == "SessionEnd") {
+    case HookEventName::sessionEnd:
         return Rule::sessionEnd;
+    case HookEventName::subagentStop:
+        return Rule::untracked;
     }
     return Rule::untracked;
 }

@@ -63,7 +63,52 @@ std::optional<std::string> joinedStrings(const JSONValue& value) {
     return joined;
 }
 
+constexpr std::array<std::pair<HookEventName, std::string_view>, 17> eventNames{{
+    {HookEventName::sessionStart, "SessionStart"},
+    {HookEventName::sessionEnd, "SessionEnd"},
+    {HookEventName::userPromptSubmit, "UserPromptSubmit"},
+    {HookEventName::preToolUse, "PreToolUse"},
+    {HookEventName::postToolUse, "PostToolUse"},
+    {HookEventName::postToolUseFailure, "PostToolUseFailure"},
+    {HookEventName::postToolBatch, "PostToolBatch"},
+    {HookEventName::permissionRequest, "PermissionRequest"},
+    {HookEventName::notification, "Notification"},
+    {HookEventName::subagentStart, "SubagentStart"},
+    {HookEventName::subagentStop, "SubagentStop"},
+    {HookEventName::preCompact, "PreCompact"},
+    {HookEventName::postCompact, "PostCompact"},
+    {HookEventName::postCompaction, "PostCompaction"},
+    {HookEventName::stop, "Stop"},
+    {HookEventName::stopFailure, "StopFailure"},
+    {HookEventName::interrupt, "Interrupt"},
+}};
+
+// rawValue indexes the table by the enumeration's value.
+static_assert(
+    [] {
+        for (std::size_t i = 0; i < eventNames.size(); ++i) {
+            if (eventNames[i].first != static_cast<HookEventName>(i)) {
+                return false;
+            }
+        }
+        return true;
+    }(),
+    "one name per case, in declaration order");
+
 } // namespace
+
+std::string_view rawValue(HookEventName name) {
+    return eventNames[static_cast<std::size_t>(name)].second;
+}
+
+template <> std::optional<HookEventName> fromRaw<HookEventName>(std::string_view raw) {
+    for (const auto& [name, text] : eventNames) {
+        if (text == raw) {
+            return name;
+        }
+    }
+    return std::nullopt;
+}
 
 std::optional<HookEvent> HookEvent::decode(std::string_view json) {
     std::optional<JSONValue> root = OrderedJSON::tryParse(json);
@@ -104,23 +149,24 @@ std::optional<HookEvent> HookEvent::decode(std::string_view json) {
 }
 
 std::string HookEvent::canonicalName(std::string_view name) {
-    static constexpr std::array<std::pair<std::string_view, std::string_view>, 12> table{{
-        {"sessionStart", "SessionStart"},
-        {"sessionEnd", "SessionEnd"},
-        {"userPromptSubmitted", "UserPromptSubmit"},
-        {"preToolUse", "PreToolUse"},
-        {"postToolUse", "PostToolUse"},
-        {"postToolUseFailure", "PostToolUseFailure"},
-        {"permissionRequest", "PermissionRequest"},
-        {"notification", "Notification"},
-        {"agentStop", "Stop"},
-        {"subagentStart", "SubagentStart"},
-        {"subagentStop", "SubagentStop"},
-        {"preCompact", "PreCompact"},
+    using enum HookEventName;
+    static constexpr std::array<std::pair<std::string_view, HookEventName>, 12> camelCase{{
+        {"sessionStart", sessionStart},
+        {"sessionEnd", sessionEnd},
+        {"userPromptSubmitted", userPromptSubmit},
+        {"preToolUse", preToolUse},
+        {"postToolUse", postToolUse},
+        {"postToolUseFailure", postToolUseFailure},
+        {"permissionRequest", permissionRequest},
+        {"notification", notification},
+        {"agentStop", stop},
+        {"subagentStart", subagentStart},
+        {"subagentStop", subagentStop},
+        {"preCompact", preCompact},
     }};
-    for (const auto& [received, canonical] : table) {
+    for (const auto& [received, canonical] : camelCase) {
         if (name == received) {
-            return std::string(canonical);
+            return std::string(rawValue(canonical));
         }
     }
     return std::string(name);
@@ -148,24 +194,6 @@ JSONValue HookEvent::toolInputFrom(const JSONValue& object) {
 
 bool HookEvent::isQuestionTool() const {
     return toolName == "AskUserQuestion" || toolName == "ask_user_question";
-}
-
-std::optional<HookEvent::Questions> HookEvent::questions() const {
-    if (!isQuestionTool()) {
-        return std::nullopt;
-    }
-    const JSONValue* value = toolInput.find("questions");
-    std::optional<std::vector<Question>> parsed = Question::parse(value);
-    if (!parsed) {
-        return std::nullopt;
-    }
-    // The agent's own objects travel whole, extra keys included, so that its
-    // reply can hand them back unchanged; oversized sets stay with the agent.
-    std::string json = OrderedJSON::serializeCompact(*value);
-    if (json.size() >= maxQuestionsJSON) {
-        return std::nullopt;
-    }
-    return Questions{std::move(*parsed), std::move(json)};
 }
 
 std::optional<std::string> HookEvent::toolSummary() const {
