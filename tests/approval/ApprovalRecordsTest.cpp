@@ -1,148 +1,182 @@
 #include "approval/ApprovalRecords.h"
 
 #include <gtest/gtest.h>
+#include <regex>
+#include <set>
 #include <string>
 
+#include "approval/ApprovalWire.h"
+#include "approval/HookApproval.h"
 #include "json/OrderedJSON.h"
 
-using namespace pelmora;
-
+namespace pelmora {
 namespace {
 
 JSONValue json(std::string_view text) {
     return OrderedJSON::parse(text);
 }
 
-std::optional<std::vector<Question>> parse(std::string_view text) {
-    JSONValue value = json(text);
-    return Question::parse(&value);
+const std::string questionsValue =
+    R"([{"question":"Which?","header":"H","multiSelect":true,"x-extra":1,)"
+    R"("options":[{"label":"A/B","description":"first"},{"label":"C"}]}])";
+
+HookEvent event(std::string_view name, std::string_view tool, std::string_view more = "",
+                const std::string& questions = questionsValue) {
+    return HookEvent::decode(R"({"hook_event_name":")" + std::string(name) +
+                             R"(","session_id":"s-1","cwd":"/w","tool_name":")" +
+                             std::string(tool) + R"(","tool_input":{"questions":)" + questions +
+                             std::string(more) + "}}")
+        .value();
 }
 
-// `count` questions with `optionCount` labelled options each.
-std::string questions(int count, int optionCount) {
-    std::string text = "[";
-    for (int i = 0; i < count; ++i) {
-        text += i > 0 ? R"(,{"question":"q","options":[)" : R"({"question":"q","options":[)";
-        for (int j = 0; j < optionCount; ++j) {
-            text += j > 0 ? R"(,{"label":"o"})" : R"({"label":"o"})";
-        }
-        text += "]}";
-    }
-    return text + "]";
-}
+TEST(ApprovalRequest, BuiltFromTheEventEncodedAndReadBack) {
+    std::optional<ApprovalRequest> minimal =
+        HookApproval::request(HookEvent::decode(R"({"hookEventName":"permissionRequest",
+            "sessionId":"s-1","workspaceRoot":"/w"})")
+                                  .value(),
+                              Source::copilot);
+    ASSERT_TRUE(minimal);
+    EXPECT_TRUE(std::regex_match(minimal->id, std::regex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
+                                                         "[89AB][0-9A-F]{3}-[0-9A-F]{12}")));
+    minimal->id = "i";
+    EXPECT_EQ(OrderedJSON::serializeCompact(minimal->toJSON()),
+              R"({"cwd":"\/w","id":"i","sessionID":"s-1","source":"copilot"})");
+    EXPECT_EQ(ApprovalRequest::fromJSON(minimal->toJSON()), minimal);
 
-} // namespace
+    HookEvent asked =
+        event("PermissionRequest", "AskUserQuestion", R"(,"description":"For /w/db")");
+    asked.permissionSuggestions = R"([{"type":"addRules"}])";
+    std::optional<ApprovalRequest> full = HookApproval::request(asked, Source::claude);
+    ASSERT_TRUE(full);
+    full->id = "i";
+    // The agent's question objects go out whole, extra keys and all, beside the parsed view.
+    const std::string text =
+        R"({"cwd":"\/w","id":"i","questions":[{"header":"H","multiSelect":true,"options":[)"
+        R"({"description":"first","label":"A\/B"},{"description":"","label":"C"}],"question":)"
+        R"("Which?"}],"questionsJSON":"[{\"header\":\"H\",\"multiSelect\":true,\"options\":[)"
+        R"({\"description\":\"first\",\"label\":\"A\\\/B\"},{\"label\":\"C\"}],\"question\":)"
+        R"(\"Which?\",\"x-extra\":1}]","sessionID":"s-1","source":"claude","suggestions":)"
+        R"("[{\"type\":\"addRules\"}]","summary":"For db","tool":"AskUserQuestion"})";
+    EXPECT_EQ(OrderedJSON::serializeCompact(full->toJSON()), text);
+    EXPECT_EQ(ApprovalRequest::fromJSON(json(text)), full);
 
-TEST(ApprovalRequest, EncodesOnlyWhatIsPresentAndReadsItBack) {
-    ApprovalRequest minimal;
-    minimal.id = "8E3A1F2C-0B4D-4E5F-9A6B-7C8D9E0F1A2B";
-    minimal.source = Source::copilot;
-    minimal.sessionID = "s-1";
-    minimal.cwd = "/work/p";
-    EXPECT_EQ(
-        OrderedJSON::serializeCompact(minimal.toJSON()),
-        R"({"cwd":"\/work\/p","id":"8E3A1F2C-0B4D-4E5F-9A6B-7C8D9E0F1A2B","sessionID":"s-1","source":"copilot"})");
-    EXPECT_EQ(ApprovalRequest::fromJSON(minimal.toJSON()), minimal);
-
-    ApprovalRequest full = minimal;
-    full.tool = "AskUserQuestion";
-    full.summary = "";
-    full.suggestions = R"([{"type":"addRules"}])";
-    full.questions = std::vector<Question>{{"Which?", "H", {{"A", ""}, {"B", "second"}}, true}};
-    full.questionsJSON = R"([{"question":"Which?"}])";
-    const std::string fullText =
-        R"({"cwd":"\/work\/p","id":"8E3A1F2C-0B4D-4E5F-9A6B-7C8D9E0F1A2B","questions":[{"header":"H",)"
-        R"("multiSelect":true,"options":[{"description":"","label":"A"},{"description":"second",)"
-        R"("label":"B"}],"question":"Which?"}],"questionsJSON":"[{\"question\":\"Which?\"}]",)"
-        R"("sessionID":"s-1","source":"copilot","suggestions":"[{\"type\":\"addRules\"}]",)"
-        R"("summary":"","tool":"AskUserQuestion"})";
-    EXPECT_EQ(OrderedJSON::serializeCompact(full.toJSON()), fullText);
-    EXPECT_EQ(ApprovalRequest::fromJSON(json(fullText)), full);
-
-    const std::string base = R"({"id":"i","source":"codex","sessionID":"s","cwd":"/")";
-    const auto lenient = ApprovalRequest::fromJSON(json(base + R"(,"tool":null,"unknown":[1]})"));
-    ASSERT_TRUE(lenient);
-    EXPECT_EQ(lenient->tool, std::nullopt);
-    // A question or option missing a required field spoils the request.
+    const std::string base = R"("id":"i","source":"copilot","sessionID":"s-1","cwd":"/w"})";
+    // A field of the wrong type, or a question or option missing a required
+    // field, spoils the request (of two keys alike, the first counts).
     for (
-        std::string_view extra :
-        {R"("tool":1)", R"("questionsJSON":[])", R"("questions":{})",
+        std::string_view first :
+        {R"("tool":1)", R"("questions":{})", R"("cwd":3)", R"("source":"Copilot")",
          R"("questions":[{"question":"Q","options":[],"multiSelect":false}])",
-         R"("questions":[{"question":"Q","header":"H","options":[],"multiSelect":"true"}])",
-         R"("questions":[{"question":"Q","header":"H","options":[{"label":"L"}],"multiSelect":true}])"}) {
-        EXPECT_EQ(ApprovalRequest::fromJSON(json(base + "," + std::string(extra) + "}")),
+         R"("questions":[{"question":"Q","header":"","options":[{"label":"L"}],"multiSelect":true}])"}) {
+        EXPECT_EQ(ApprovalRequest::fromJSON(json("{" + std::string(first) + "," + base)),
                   std::nullopt)
-            << extra;
+            << first;
     }
-    for (std::string_view text :
-         {R"({"source":"codex","sessionID":"s","cwd":"/"})",
-          R"({"id":"i","source":"Codex","sessionID":"s","cwd":"/"})",
-          R"({"id":"i","source":"claude","sessionID":null,"cwd":"/"})",
-          R"({"id":"i","source":"claude","sessionID":"s","cwd":3})", "[]"}) {
-        EXPECT_EQ(ApprovalRequest::fromJSON(json(text)), std::nullopt) << text;
-    }
-}
-
-TEST(ApprovalResponse, DecodesTheAppsAnswer) {
-    for (ApprovalDecision decision : {ApprovalDecision::allow, ApprovalDecision::allowAlways,
-                                      ApprovalDecision::deny, ApprovalDecision::ask}) {
-        EXPECT_EQ(fromRaw<ApprovalDecision>(rawValue(decision)), decision);
-    }
-    EXPECT_EQ(rawValue(ApprovalDecision::allowAlways), "allowAlways");
-    EXPECT_EQ(ApprovalResponse::fromJSON(json(R"({"decision":"deny","message":"not now"})")),
-              (ApprovalResponse{ApprovalDecision::deny, "not now", std::nullopt}));
-    EXPECT_EQ(ApprovalResponse::fromJSON(json(R"({"decision":"allow","answers":["A","B, C"]})")),
-              (ApprovalResponse{ApprovalDecision::allow, std::nullopt,
-                                std::vector<std::string>{"A", "B, C"}}));
-    EXPECT_EQ(
-        ApprovalResponse::fromJSON(json(R"({"decision":"ask","message":null,"answers":null})")),
-        (ApprovalResponse{ApprovalDecision::ask, std::nullopt, std::nullopt}));
-    for (std::string_view text :
-         {R"({})", R"({"decision":"Allow"})", R"({"decision":"allowalways"})", R"({"decision":1})",
-          R"({"decision":"allow","answers":["a",1]})", R"({"decision":"allow","answers":"a"})",
-          R"({"decision":"deny","message":5})", R"("allow")"}) {
-        EXPECT_EQ(ApprovalResponse::fromJSON(json(text)), std::nullopt) << text;
-    }
-    auto encoded = [](const ApprovalResponse& response) {
-        return OrderedJSON::serializeCompact(response.toJSON());
-    };
-    EXPECT_EQ(encoded({ApprovalDecision::allowAlways, "", std::vector<std::string>{}}),
-              R"({"answers":[],"decision":"allowAlways","message":""})");
-    EXPECT_EQ(encoded({ApprovalDecision::deny, std::nullopt, std::nullopt}),
-              R"({"decision":"deny"})");
 }
 
 TEST(Question, ParsesTheAgentsQuestionsOrNothing) {
+    const auto parse = [](std::string_view text) {
+        const JSONValue value = json(text);
+        return Question::parse(&value);
+    };
     // Missing or mistyped header, description and multiSelect fall back to
-    // empty and false; keys beyond the known ones are ignored.
-    EXPECT_EQ(parse(R"([{"question":"Which?","options":[{"label":"A","description":7},
-                        {"label":"B","description":"b","x":1}],"header":3,"multiSelect":"true",
-                        "extra":{}}])"),
-              (std::vector<Question>{{"Which?", "", {{"A", ""}, {"B", "b"}}, false}}));
-    EXPECT_EQ(
-        parse(R"([{"question":"Q","header":"H","multiSelect":true,"options":[{"label":"A"}]},
-                        {"question":"R","options":[{"label":"B"}]}])"),
-        (std::vector<Question>{{"Q", "H", {{"A", ""}}, true}, {"R", "", {{"B", ""}}, false}}));
-    EXPECT_EQ(parse(questions(4, 6))->size(), 4u);
-    EXPECT_EQ(parse(questions(1, 1))->front().options.size(), 1u);
-
-    EXPECT_EQ(Question::parse(nullptr), std::nullopt);
-    for (const std::string& text :
-         {questions(5, 1), questions(1, 7), questions(1, 0), questions(0, 1), std::string("{}"),
-          std::string("null"), questions(1, 1).insert(1, R"("Q0",)")}) {
+    // empty and false.
+    EXPECT_EQ(parse(R"([{"question":"Q","options":[{"label":"A","description":7},{"label":"B",
+                        "description":"b"}],"header":3,"multiSelect":"true"}])"),
+              (std::vector<Question>{{"Q", "", {{"A", ""}, {"B", "b"}}, false}}));
+    // `count` questions of `options` labelled options each.
+    const auto list = [](const std::string& item, int count) {
+        std::string text = "[";
+        for (int i = 0; i < count; ++i) {
+            text += (i > 0 ? "," : "") + item;
+        }
+        return text + "]";
+    };
+    const auto questions = [&](int count, int options) {
+        return parse(
+            list(R"({"question":"q","options":)" + list(R"({"label":"o"})", options) + "}", count));
+    };
+    EXPECT_EQ(questions(4, 6).value().size(), 4u);
+    for (auto [count, options] : {std::pair{5, 1}, {1, 7}, {1, 0}, {0, 1}}) {
+        EXPECT_EQ(questions(count, options), std::nullopt) << count << "x" << options;
+    }
+    // One unusable question or option spoils the whole list.
+    for (std::string_view text : {R"([{"question":"","options":[{"label":"A"}]}])",
+                                  R"([{"question":"Q","options":[{"label":"A"},{"label":""}]}])",
+                                  R"([{"question":"Q","options":[{"label":"A"},"B"]}])", "{}"}) {
         EXPECT_EQ(parse(text), std::nullopt) << text;
     }
-    // One unusable option or question field spoils the whole list.
-    for (std::string_view option :
-         {R"({"label":""})", R"({"description":"x"})", R"({"label":1})", R"("B")"}) {
-        EXPECT_EQ(
-            parse(R"([{"question":"Q","options":[{"label":"A"},)" + std::string(option) + "]}]"),
-            std::nullopt)
-            << option;
+}
+
+// Every row of the reply table goes through the built hook in
+// tests/pelmora-hook; these are the replies no agent's event can reach.
+TEST(ApprovalWire, RepliesNoAgentEventReaches) {
+    ApprovalRequest asked;
+    asked.source = Source::build;
+    asked.questions = std::vector<Question>{{"Q?", "", {{"A", ""}}, false}, {"Q?", "", {}, false}};
+    asked.questionsJSON = R"([{"question":"Q?"},{"question":"Q?","x":1}])";
+    const ApprovalResponse answered{ApprovalDecision::allow, std::nullopt,
+                                    std::vector<std::string>{"A", "B"}};
+    // A source with no dialect of its own, activities included, gets the
+    // standard one; of two questions alike the later answer wins.
+    EXPECT_EQ(ApprovalWire::hookOutput(asked, answered),
+              R"({"hookSpecificOutput":{"decision":{"behavior":"allow","updatedInput":{"answers":)"
+              R"({"Q?":"B"},"questions":[{"question":"Q?"},{"question":"Q?","x":1}]}},)"
+              R"("hookEventName":"PermissionRequest"}})");
+    for (std::optional<std::string> stored : {std::optional<std::string>(), {"[{\"question\":"}}) {
+        asked.questionsJSON = stored;
+        EXPECT_EQ(ApprovalWire::hookOutput(asked, answered), std::nullopt);
     }
-    for (std::string_view fields :
-         {R"("question":"Q","options":{"label":"A"})", R"("question":1,"options":[{"label":"A"}])",
-          R"("options":[{"label":"A"}])", R"("question":"","options":[{"label":"A"}])"}) {
-        EXPECT_EQ(parse("[{" + std::string(fields) + "}]"), std::nullopt) << fields;
+    // Only a non-empty list of rules goes back; anything else still allows.
+    for (const char* suggestions : {"[]", R"({"type":"addRules"})", "[1,", "\"x\""}) {
+        asked.suggestions = suggestions;
+        EXPECT_EQ(
+            ApprovalWire::hookOutput(asked, {ApprovalDecision::allowAlways, "", answered.answers}),
+            R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},)"
+            R"("hookEventName":"PermissionRequest"}})")
+            << suggestions;
     }
 }
+
+TEST(HookApproval, AsksForPermissionsAndForGroksQuestionsOnly) {
+    using enum Source;
+    const std::set<Source> approvals{claude, codex, devin, qwen, copilot};
+    const std::pair<HookEvent, std::set<Source>> cases[] = {
+        {event("PermissionRequest", "Bash"), approvals},
+        {event("permissionRequest", "AskUserQuestion"), approvals},
+        {event("PreToolUse", "ask_user_question"), {grok}},
+        {event("preToolUse", "AskUserQuestion", "", "[]"), {grok}},
+        {event("PostToolUse", "askUserQuestion"), {}},
+    };
+    for (const auto& [hookEvent, asking] : cases) {
+        for (Source source : allSources) {
+            EXPECT_EQ(HookApproval::asksHere(hookEvent, source), asking.contains(source))
+                << hookEvent.name << " " << *hookEvent.toolName << " from " << rawValue(source);
+        }
+    }
+}
+
+TEST(HookApproval, QuestionsOnlyWhereTheyCanBeAnswered) {
+    // A question tool without questions to show is left to the agent, as is
+    // every question tool of an agent that cannot take the answers.
+    EXPECT_EQ(HookApproval::request(event("PermissionRequest", "AskUserQuestion"), Source::codex),
+              std::nullopt);
+    EXPECT_EQ(HookApproval::request(event("PermissionRequest", "ask_user_question", "", "[]"),
+                                    Source::claude),
+              std::nullopt);
+    EXPECT_EQ(HookApproval::questions(event("PermissionRequest", "Ask")), std::nullopt);
+    // Sets of 32 KiB or more stay with the agent.
+    JSONValue padded = json(R"([{"question":"Q","options":[{"label":"L"}],"p":""}])");
+    const std::size_t base = OrderedJSON::serializeCompact(padded).size();
+    for (std::size_t size : {std::size_t{32767}, std::size_t{32768}}) {
+        (*padded.arrayElements())[0].set("p", JSONValue::string(std::string(size - base, 'x')));
+        const HookEvent asked = event("PermissionRequest", "AskUserQuestion", "",
+                                      OrderedJSON::serializeCompact(padded));
+        std::optional<HookApproval::Questions> questions = HookApproval::questions(asked);
+        EXPECT_EQ(questions.has_value(), size < 32768) << size;
+        EXPECT_EQ(questions ? questions->json.size() : size, size);
+    }
+}
+
+} // namespace
+} // namespace pelmora

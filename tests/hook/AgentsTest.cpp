@@ -4,55 +4,24 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
+#include <vector>
+
+#include "hook/HookInvocation.h"
 
 namespace pelmora {
 namespace {
 
-TEST(Source, TableOfCases) {
-    struct Row {
-        const char* raw;
-        const char* displayName;
-        const char* mark;
-        bool agent, approvals, questions, preToolUse;
-    };
-    // clang-format off
-    const Row rows[] = {
-        {"claude", "Claude Code", "CC", true, true, true, false},
-        {"codex", "Codex", "CX", true, true, false, false},
-        {"grok", "Grok Build", "GK", true, false, true, true},
-        {"commandcode", "Command Code", "CM", true, false, false, false},
-        {"devin", "Devin", "DV", true, true, false, false},
-        {"qwen", "Qwen Code", "QW", true, true, false, false},
-        {"copilot", "GitHub Copilot", "CP", true, true, false, false},
-        {"pi", "pi", "PI", true, false, false, false},
-        {"kimi", "Kimi Code", "KM", true, false, false, false},
-        {"build", "Build & Test", "RUN", false, false, false, false},
-        {"service", "Local Services", "SVC", false, false, false, false},
-        {"git", "Git & CI", "GIT", false, false, false, false},
-        {"update", "Updates", "UPD", false, false, false, false},
-    };
-    // clang-format on
-    ASSERT_EQ(std::size(rows), allSources.size());
-    std::vector<Source> agents;
-    for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const Row& row = rows[i];
-        const Source source = allSources[i];
-        SCOPED_TRACE(row.raw);
-        EXPECT_EQ(rawValue(source), row.raw);
-        EXPECT_EQ(fromRaw<Source>(row.raw), source);
-        EXPECT_EQ(displayName(source), row.displayName);
-        EXPECT_EQ(mark(source), row.mark);
-        EXPECT_EQ(isAgent(source), row.agent);
-        EXPECT_EQ(supportsApprovals(source), row.approvals);
-        EXPECT_EQ(supportsQuestions(source), row.questions);
-        EXPECT_EQ(asksOnPreToolUse(source), row.preToolUse);
-        if (row.agent) {
-            agents.push_back(source);
-        }
+TEST(Source, RawValuesAreExactAndAgentsComeFirst) {
+    const char* raws[] = {"claude", "codex", "grok",  "commandcode", "devin", "qwen",  "copilot",
+                          "pi",     "kimi",  "build", "service",     "git",   "update"};
+    ASSERT_EQ(std::size(raws), allSources.size());
+    for (std::size_t i = 0; i < allSources.size(); ++i) {
+        EXPECT_EQ(rawValue(allSources[i]), raws[i]);
+        EXPECT_EQ(fromRaw<Source>(raws[i]), allSources[i]);
+        EXPECT_EQ(isAgent(allSources[i]), i < agentSources.size());
     }
-    EXPECT_TRUE(std::equal(agents.begin(), agents.end(), agentSources.begin(), agentSources.end()));
-    using namespace std::string_view_literals;
-    for (std::string_view near : {"Claude"sv, "claude "sv, ""sv, "claude\0"sv}) {
+    EXPECT_TRUE(std::equal(agentSources.begin(), agentSources.end(), allSources.begin()));
+    for (std::string_view near : {"Claude", "claude ", ""}) {
         EXPECT_FALSE(fromRaw<Source>(near)) << near;
     }
 }
@@ -63,9 +32,9 @@ TEST(Agents, EveryAgentRowIsCompleteAndConsistent) {
     std::set<std::string_view> fileNames;
     for (const Agents::Row& row : Agents::rows()) {
         SCOPED_TRACE(std::string(row.raw));
-        EXPECT_EQ(&Agents::row(row.source), &row);
-        EXPECT_EQ(!row.configDirectory.empty(), row.isAgent);
-        EXPECT_EQ(!row.configFile.empty() && !row.hookEvents.empty(), row.isAgent);
+        EXPECT_EQ(!row.configDirectory.empty() && !row.configFile.empty() &&
+                      !row.hookEvents.empty(),
+                  row.isAgent);
         EXPECT_EQ(row.detectionVariable.empty(), row.detection == Agents::Detection::none);
         if (row.isAgent) {
             EXPECT_TRUE(fileNames.insert(row.configFileName).second) << row.configFileName;
@@ -83,6 +52,44 @@ TEST(Agents, EveryAgentRowIsCompleteAndConsistent) {
         }
     }
     EXPECT_EQ(fileNames.size(), agentSources.size());
+}
+
+TEST(HookInvocation, ArgumentsThenAgentVariablesChooseTheRun) {
+    using enum HookInvocation::Mode;
+    using enum Source;
+    constexpr std::int32_t up = 777; // the real parent
+    struct Case {
+        std::vector<const char*> arguments;
+        std::set<std::string, std::less<>> setVariables;
+        HookInvocation expected;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {{}, {}, {hook, claude, up}},
+        // The last valid source wins; a flag always takes its value.
+        {{"--source", "codex", "--source", "nonsense", "--source"}, {}, {hook, codex, up}},
+        {{"--bogus", "--source", "codex", "--source", "qwen", "extra"}, {}, {hook, qwen, up}},
+        {{"--source", "--ppid", "42"}, {}, {hook, claude, up}},
+        {{"--source", "Claude", "--ppid", "+42"}, {}, {hook, claude, 42}},
+        {{"--ppid", "1"}, {}, {hook, claude, up}},
+        {{"--ppid", "2147483648"}, {}, {hook, claude, up}},
+        // Grok and Command Code override "--source"; Devin and Qwen only fill in.
+        {{"--source", "codex"}, {"GROK_HOOK_EVENT"}, {hook, grok, up}},
+        {{}, {"COMMANDCODE_HOOK_EVENT", "GROK_HOOK_EVENT"}, {hook, grok, up}},
+        {{"--source", "kimi"}, {"COMMANDCODE_HOOK_EVENT", "DEVIN_PROJECT_DIR"}, {hook, commandcode, up}},
+        {{"--source", "claude"}, {"QWEN_PROJECT_DIR", "DEVIN_PROJECT_DIR"}, {hook, devin, up}},
+        {{}, {"QWEN_PROJECT_DIR", "CURSOR_PROJECT_DIR"}, {hook, qwen, up}},
+        {{}, {"CURSOR_PROJECT_DIR"}, {notOurs, claude, up}},
+        {{"--source", "kimi"}, {"CURSOR_PROJECT_DIR"}, {hook, kimi, up}},
+        // Anywhere, even where a flag's value would be, and before the rest.
+        {{"--source", "--statusline"}, {"CURSOR_PROJECT_DIR"}, {statusLine, claude, up}},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE("case " + std::to_string(&c - cases));
+        auto isSet = [&](std::string_view name) { return c.setVariables.contains(name); };
+        EXPECT_EQ(HookInvocation::read(c.arguments, up, isSet), c.expected);
+    }
 }
 
 } // namespace
