@@ -7,9 +7,10 @@
 
 #include "hook/Source.h"
 
-// Every location of the system, spelled once. Each is recomputed on every
-// call: the support directory reads PELMORA_HOME each time, and kimiConfig
-// looks at the file system each time.
+// Every location of the system, spelled once; the agents' files come from
+// their rows in Agents. Each is recomputed on every call: the support
+// directory reads PELMORA_HOME each time, and the file of an agent with an
+// alternative folder (kimiConfig) looks at the file system each time.
 namespace pelmora::PelmoraPaths {
 
 using std::filesystem::path;
