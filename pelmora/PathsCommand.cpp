@@ -2,9 +2,6 @@
 // that a script can pick apart with cut or sed.
 
 #include <cstdio>
-#include <filesystem>
-#include <string>
-#include <utility>
 
 #include "Commands.h"
 #include "hook/PelmoraPaths.h"
@@ -13,30 +10,10 @@ namespace pelmora::cli {
 namespace {
 
 int runPaths() {
-    namespace P = PelmoraPaths;
     // Named as in the code, so a line can be traced to the one place that spells it.
-    const std::pair<const char*, std::filesystem::path> locations[] = {
-        {"supportDirectory", P::supportDirectory()},
-        {"sessionsDirectory", P::sessionsDirectory()},
-        {"logsDirectory", P::logsDirectory()},
-        {"backupsDirectory", P::backupsDirectory()},
-        {"binDirectory", P::binDirectory()},
-        {"installedHookBinary", P::installedHookBinary()},
-        {"installedCLIBinary", P::installedCLIBinary()},
-        {"approvalSocket", P::approvalSocket()},
-        {"alertSocket", P::alertSocket()},
-        {"claudeSettings", P::claudeSettings()},
-        {"codexHooks", P::codexHooks()},
-        {"grokHooks", P::grokHooks()},
-        {"commandCodeSettings", P::commandCodeSettings()},
-        {"devinConfig", P::devinConfig()},
-        {"qwenSettings", P::qwenSettings()},
-        {"copilotHooks", P::copilotHooks()},
-        {"kimiConfig", P::kimiConfig()},
-        {"piExtension", P::piExtension()},
-    };
-    for (const auto& [name, location] : locations) {
-        std::printf("%s: %s\n", name, location.c_str());
+    for (const PelmoraPaths::NamedLocation& location : PelmoraPaths::namedLocations()) {
+        std::printf("%.*s: %s\n", static_cast<int>(location.name.size()), location.name.data(),
+                    location.location.c_str());
     }
     return 0;
 }

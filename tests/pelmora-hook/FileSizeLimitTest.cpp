@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "HookRun.h"
+#include "common/ProcessRunner.h"
 
 namespace pelmora {
 namespace {
