@@ -10,24 +10,25 @@
 namespace pelmora {
 namespace {
 
-using S = SessionState;
+using enum SessionState;
+using enum Source;
 constexpr double now = 1'700'000'000;
 
-SessionRecord record(Source source, std::string id, S state, double stateAge, double silence = 0,
-                     const char* tool = nullptr, const char* event = nullptr) {
-    SessionRecord made = SessionRecord::make(source, std::move(id), "/Users/ann/app", now);
+SessionRecord record(Source source, std::string id, SessionState state, double stateAge,
+                     double silence = 0, std::optional<std::string> tool = {},
+                     std::optional<std::string> event = {}) {
+    SessionRecord made = SessionRecord::make(source, std::move(id), "/", now - stateAge);
     made.state = state;
-    made.stateSince = now - stateAge;
     made.updatedAt = now - silence;
-    made.tool = tool ? std::optional<std::string>(tool) : std::nullopt;
-    made.lastEvent = event ? std::optional<std::string>(event) : std::nullopt;
+    made.tool = std::move(tool);
+    made.lastEvent = std::move(event);
     return made;
 }
 
-// "hidden", or the display state with " quiet" when it is.
-std::string shownAs(const SessionRecord& made, const SchedulerConfig& config = {},
+// "hidden", or the display state, with " quiet" when it is.
+std::string shownAs(const SessionRecord& made, double at = now, const SchedulerConfig& config = {},
                     const Scheduler::Acknowledged& acknowledged = {}) {
-    const auto item = Scheduler::display(made, now, config, acknowledged);
+    const auto item = Scheduler::display(made, at, config, acknowledged);
     return !item ? "hidden" : std::string(rawValue(item->display)) + (item->quiet ? " quiet" : "");
 }
 
@@ -46,111 +47,83 @@ std::vector<std::string> ids(const IslandLayout& layout) {
 
 TEST(Scheduler, ValuesAndDisplayAtEveryBoundarySecond) {
     EXPECT_TRUE(fromRaw<DisplayState>("compacting") && !fromRaw<DisplayState>("Done"));
-    EXPECT_TRUE(needsAttention(DisplayState::failed) && !needsAttention(DisplayState::stale));
-    EXPECT_EQ(IslandItem{record(Source::codex, "a", S::done, 0)}.id(), "codex-a");
-
-    struct Case {
-        Source source;
-        S state;
-        double stateAge, silence;
-        const char* tool;
-        std::string shown;
-    } const cases[] = {
-        {Source::claude, S::idle, 0, 0, nullptr, "hidden"},
-        {Source::claude, S::ended, 0, 0, nullptr, "hidden"},
-        {Source::claude, S::done, 3.9, 0, nullptr, "done"},
-        {Source::claude, S::done, 4, 0, nullptr, "hidden"},
-        {Source::claude, S::working, 9e3, 600, nullptr, "working"},
-        {Source::claude, S::working, 9e3, 600.5, nullptr, "stale"},
-        {Source::update, S::working, 9e3, 600.5, nullptr, "working"},
-        {Source::service, S::working, 9e3, 600.5, nullptr, "working"},
-        {Source::codex, S::compacting, 9e3, 600, nullptr, "compacting"},
-        {Source::service, S::compacting, 9e3, 600.5, nullptr, "stale"},
-        {Source::claude, S::awaiting, 120, 9e3, nullptr, "awaiting"},
-        {Source::claude, S::awaiting, 121, 0, nullptr, "awaiting quiet"},
-        {Source::claude, S::awaiting, 1800, 0, nullptr, "awaiting quiet"},
-        {Source::claude, S::awaiting, 1801, 0, nullptr, "stale"},
-        {Source::service, S::failed, 9e3, 0, nullptr, "failed"},
-        {Source::git, S::done, 1e6, 1e6, "Clipboard", "done"},
-        {Source::git, S::done, 1e6, 1e6, "Alert", "done"},
-        {Source::git, S::done, 89.9, 0, "Changes", "done"},
-        {Source::git, S::done, 90, 0, "Usage", "hidden"},
-        {Source::git, S::done, 4, 0, "Commit", "hidden"},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(shownAs(record(c.source, "s", c.state, c.stateAge, c.silence, c.tool)), c.shown)
-            << rawValue(c.source) << " " << rawValue(c.state) << " " << c.stateAge;
-    }
-    SessionRecord portDown = record(Source::service, "db", S::failed, 14.9);
+    EXPECT_EQ(IslandItem{record(codex, "a", done, 0)}.id(), "codex-a");
+    SessionRecord portDown = record(service, "db", failed, 0);
     portDown.port = 5432;
-    EXPECT_EQ(shownAs(portDown), "failed");
-    portDown.stateSince -= 0.1;
-    EXPECT_EQ(shownAs(portDown), "hidden");
+    EXPECT_EQ(Scheduler::ackKey(record(build, "42", failed, -0.25)), "build-42@1700000000.25");
+    const Scheduler::Acknowledged dismissed{"build-42@1700000000.0", "git-c@1700000000.0"};
+    // Each record, changed last at `now`, as it shows after so many seconds
+    // with the dismissals above.
+    const std::pair<SessionRecord, std::vector<std::pair<double, std::string>>> timelines[] = {
+        {record(claude, "s", idle, 0), {{0, "hidden"}}},
+        {record(claude, "s", ended, 0), {{0, "hidden"}}},
+        {record(claude, "s", done, 0), {{3.9, "done"}, {4, "hidden"}}},
+        {record(claude, "s", working, 0), {{600, "working"}, {600.5, "stale"}}},
+        {record(update, "s", working, 0), {{600.5, "working"}}},
+        {record(service, "s", working, 0), {{600.5, "working"}}},
+        {record(codex, "s", compacting, 0), {{600, "compacting"}, {600.5, "stale"}}},
+        {record(service, "s", compacting, 0), {{600.5, "stale"}}},
+        {record(claude, "s", awaiting, 0),
+         {{120, "awaiting"}, {121, "awaiting quiet"}, {1800, "awaiting quiet"}, {1801, "stale"}}},
+        {record(service, "s", failed, 0), {{9e3, "failed"}}},
+        {record(build, "42", failed, 0), {{0, "hidden"}}},
+        {record(build, "42", failed, -30), {{30, "failed"}}}, // failed again, later
+        {record(git, "c", done, 0, 0, "Changes"), {{5, "hidden"}}},
+        {portDown, {{14.9, "failed"}, {15, "hidden"}}},
+        {record(git, "s", done, 0, 0, "Clipboard"), {{1e6, "done"}}},
+        {record(git, "c", done, 0, 0, "Alert"), {{1e6, "done"}}},
+        {record(git, "s", done, 0, 0, "Changes"), {{89.9, "done"}, {90, "hidden"}}},
+        {record(git, "s", done, 0, 0, "Usage"), {{90, "hidden"}}},
+        {record(git, "s", done, 0, 0, "Commit"), {{3.9, "done"}, {4, "hidden"}}},
+    };
+    for (const auto& [made, timeline] : timelines) {
+        for (const auto& [after, shown] : timeline) {
+            EXPECT_EQ(shownAs(made, now + after, {}, dismissed), shown)
+                << made.key() << " " << rawValue(made.state) << " after " << after;
+        }
+    }
     SchedulerConfig longDone; // the longer of the two lingers holds for changes
     longDone.doneLinger = 100;
-    EXPECT_EQ(shownAs(record(Source::git, "c", S::done, 99.9, 0, "Changes"), longDone), "done");
+    EXPECT_EQ(shownAs(record(git, "c", done, 99.9, 0, "Changes"), now, longDone), "done");
 }
 
-TEST(Scheduler, AcknowledgementCoversOneState) {
-    SessionRecord failed = record(Source::build, "42", S::failed, 0);
-    EXPECT_EQ(Scheduler::ackKey(failed), "build-42@1700000000.0");
-    failed.stateSince += 0.25;
-    EXPECT_EQ(Scheduler::ackKey(failed), "build-42@1700000000.25");
-    const Scheduler::Acknowledged dismissed{"build-42@1700000000.25", "git-c@1699999995.0"};
-    EXPECT_EQ(shownAs(failed, {}, dismissed), "hidden");
-    failed.stateSince += 30; // failed again
-    EXPECT_EQ(shownAs(failed, {}, dismissed), "failed");
-    EXPECT_EQ(shownAs(record(Source::git, "c", S::done, 5, 0, "Changes"), {}, dismissed), "hidden");
-    EXPECT_EQ(shownAs(record(Source::git, "c", S::done, 5, 0, "Alert"), {}, dismissed), "done");
-}
-
-TEST(Scheduler, RankTieBreaksBubblesAndPick) {
-    // In the order the island must show them, fed in reverse.
+TEST(Scheduler, RankTieBreaksAndPick) {
+    // In the order the island must show them.
     const std::vector<std::pair<SessionRecord, double>> ranked = {
-        {record(Source::claude, "longest", S::awaiting, 40, 50), 0}, // waiting longest first
-        {record(Source::claude, "waiting", S::awaiting, 30), 0},
-        {record(Source::build, "broken", S::failed, 1), 1},
-        {record(Source::git, "fail", S::done, 1, 1, "Alert", "fail"), 1.2},
-        {record(Source::git, "clip", S::working, 1, 1, "Clipboard"), 1.5},
-        {record(Source::codex, "busy", S::working, 9, 1), 2}, // most recently active first
-        {record(Source::codex, "squeeze", S::compacting, 9, 2), 2},
-        {record(Source::qwen, "quiet", S::working, 9e3, 900), 3},
-        {record(Source::git, "act", S::done, 1, 1, "Alert", "action"), 3.5},
-        {record(Source::pi, "finished", S::done, 1, 1), 4},
-        {record(Source::git, "info", S::done, 1, 2, "Alert"), 4},
+        {record(claude, "longest", awaiting, 40, 50), 0}, // waiting longest first
+        {record(claude, "waiting", awaiting, 30), 0},
+        {record(build, "broken", failed, 1), 1},
+        {record(git, "fail", done, 1, 1, "Alert", "fail"), 1.2},
+        {record(git, "clip", working, 1, 1, "Clipboard"), 1.5},
+        {record(codex, "busy", working, 9, 1), 2}, // most recently active first
+        {record(codex, "squeeze", compacting, 9, 2), 2},
+        {record(qwen, "quiet", working, 9e3, 900), 3},
+        {record(git, "act", done, 1, 1, "Alert", "action"), 3.5},
+        {record(pi, "finished", done, 1, 1), 4},
+        {record(git, "info", done, 1, 2, "Alert"), 4},
     };
-    std::vector<SessionRecord> reversed;
+    std::vector<SessionRecord> reversed; // so that input order cannot pass for the rule
     std::vector<std::string> expected;
     for (const auto& [made, rank] : ranked) {
         EXPECT_EQ(Scheduler::rank(*Scheduler::display(made, now, {}, {})), rank) << made.key();
         reversed.insert(reversed.begin(), made);
         expected.push_back(made.key());
     }
-    SchedulerConfig wide;
-    wide.maxBubbles = 100;
-    EXPECT_EQ(ids(Scheduler::layout(reversed, now, wide, {}, {})), expected);
+    const IslandLayout shown = Scheduler::layout(reversed, now, {}, {}, {});
+    EXPECT_EQ(ids(shown), expected);
+    EXPECT_EQ(shown.bubbles.size(), 3u);
 
-    std::vector<SessionRecord> five;
-    for (int i = 0; i < 5; ++i) {
-        five.push_back(record(Source::codex, std::to_string(i), S::working, 100, i));
-    }
-    SchedulerConfig noBubbles; // the generated records below try every other count
-    noBubbles.maxBubbles = -2;
-    EXPECT_EQ(Scheduler::layout(five, now, {}, {}, {}).overflow.size(), 1u);
-    EXPECT_EQ(Scheduler::layout(five, now, noBubbles, {}, {}).overflow.size(), 4u);
-    const ManualPick pick{"codex-2", now - 100, now - 10};
-    EXPECT_EQ(ids(Scheduler::layout(five, now, {}, {}, pick)),
-              (std::vector<std::string>{"codex-2", "codex-0", "codex-1", "codex-3", "codex-4"}));
-    // The picked session moved on: the pick lapses.
-    EXPECT_EQ(Scheduler::layout(five, now, {}, {}, ManualPick{"codex-2", now - 99, now - 10})
-                  .primary->id(),
-              "codex-0");
-    // A request older than the pick does not take the place back; a newer one does.
-    five.push_back(record(Source::claude, "older", S::awaiting, 11));
-    EXPECT_EQ(Scheduler::layout(five, now, {}, {}, pick).primary->id(), "codex-2");
-    five.push_back(record(Source::claude, "newer", S::awaiting, 9));
-    EXPECT_EQ(Scheduler::layout(five, now, {}, {}, pick).primary->id(), "claude-older");
-    EXPECT_EQ(Scheduler::layout({}, now, {}, {}, pick), IslandLayout::empty());
+    // A pick holds until its session changes state, or until something
+    // more urgent begins after the pick; older urgent items do not count.
+    const auto primary = [&](double stateAge, double pickAge) {
+        const ManualPick pick{"codex-busy", now - stateAge, now - pickAge};
+        return Scheduler::layout(reversed, now, {}, {}, pick).primary->id();
+    };
+    EXPECT_EQ(primary(9, 0.5), "codex-busy");
+    EXPECT_EQ(primary(9, 1), "codex-busy"); // began in the very second of the pick
+    EXPECT_EQ(primary(9.5, 0.5), "claude-longest");
+    EXPECT_EQ(primary(9, 1.5), "claude-longest");
+    EXPECT_EQ(Scheduler::layout({}, now, {}, {}, {}), IslandLayout::empty());
 }
 
 // Random records in random orders: the layout is a stable sort of what
@@ -158,40 +131,35 @@ TEST(Scheduler, RankTieBreaksBubblesAndPick) {
 TEST(Scheduler, GeneratedRecordsKeepTheLayoutInvariants) {
     std::mt19937 random(20240611);
     const auto any = [&](const auto& choices) { return choices[random() % std::size(choices)]; };
-    const Source sources[] = {Source::claude, Source::service, Source::update, Source::git};
-    const S states[] = {S::idle,   S::working, S::awaiting, S::compacting,
-                        S::failed, S::done,    S::ended};
-    const char* tools[] = {"Clipboard", "Alert", "Changes", "Usage", "Bash", nullptr};
-    const char* events[] = {"fail", "action", "Stop"};
+    const Source sources[] = {claude, service, update, git};
+    const SessionState states[] = {idle, working, awaiting, compacting, failed, done, ended};
+    // Tool words and last events, the notices' and their alert levels among them.
+    const std::optional<std::string> words[] = {"Clipboard", "Alert",  "Changes",   "Usage",
+                                                "fail",      "action", std::nullopt};
     const double ages[] = {0, 3, 4, 60, 120, 121, 600, 601, 1800, 1801};
     for (int round = 0; round < 300; ++round) {
         std::vector<SessionRecord> records(random() % 40);
+        std::set<std::string> expected;
         for (SessionRecord& made : records) {
             made = record(any(sources), std::to_string(random() % 12), any(states), any(ages),
-                          any(ages), any(tools), any(events));
-            if (made.source == Source::git && made.state == S::awaiting) {
+                          any(ages), any(words), any(words));
+            if (made.source == git && made.state == awaiting) {
                 made.tool = "Bash"; // an awaiting notice: the one pair order ranks both ways
             }
-        }
-        SchedulerConfig config;
-        config.maxBubbles = static_cast<int>(random() % 5);
-        std::optional<ManualPick> pick;
-        if (!records.empty() && random() % 2) {
-            const SessionRecord& chosen = any(records);
-            pick = ManualPick{chosen.key(), chosen.stateSince, now - any(ages)};
-        }
-        std::set<std::string> expected;
-        for (const SessionRecord& made : records) {
-            if (Scheduler::display(made, now, config, {})) {
+            if (Scheduler::display(made, now, {}, {})) {
                 expected.insert(made.key());
             }
         }
+        SchedulerConfig config;
+        config.maxBubbles = static_cast<int>(random() % 6) - 1;
+        const SessionRecord chosen = records.empty() ? SessionRecord{} : any(records);
+        const ManualPick pick{chosen.key(), chosen.stateSince, now - any(ages)};
         const IslandLayout shown = Scheduler::layout(records, now, config, {}, pick);
         const std::vector<std::string> all = ids(shown);
         EXPECT_EQ(std::multiset(all.begin(), all.end()),
                   std::multiset(expected.begin(), expected.end()));
         EXPECT_EQ(shown.bubbles.size(),
-                  std::min<std::size_t>(config.maxBubbles, all.size() - !shown.isEmpty()));
+                  std::min<std::size_t>(std::max(config.maxBubbles, 0), all.size() - !all.empty()));
 
         std::vector<SessionRecord> shuffled = records;
         std::shuffle(shuffled.begin(), shuffled.end(), random);
