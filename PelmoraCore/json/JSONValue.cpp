@@ -87,20 +87,23 @@ const std::string* JSONValue::numberText() const {
 }
 
 std::optional<bool> JSONValue::boolValue() const {
-    if (const bool* flag = std::get_if<bool>(&payload_))
+    if (const bool* flag = std::get_if<bool>(&payload_)) {
         return *flag;
+    }
     return std::nullopt;
 }
 
 std::optional<double> JSONValue::doubleValue() const {
     const std::string* text = numberText();
-    if (!text || text->empty())
+    if (!text || text->empty()) {
         return std::nullopt;
+    }
     double result = 0;
     const char* const end = text->data() + text->size();
     auto [stop, error] = std::from_chars(text->data(), end, result);
-    if (error != std::errc{} || stop != end || !std::isfinite(result))
+    if (error != std::errc{} || stop != end || !std::isfinite(result)) {
         return std::nullopt;
+    }
     return result;
 }
 
@@ -112,8 +115,9 @@ namespace {
 std::optional<std::int64_t> exactInteger(std::string_view text) {
     std::size_t at = 0;
     const bool negative = at < text.size() && text[at] == '-';
-    if (negative)
+    if (negative) {
         ++at;
+    }
     auto isDigit = [&](std::size_t i) {
         return i < text.size() && text[i] >= '0' && text[i] <= '9';
     };
@@ -122,17 +126,20 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
     std::string_view integerPart;
     std::string_view fractionPart;
     const std::size_t integerStart = at;
-    while (isDigit(at))
+    while (isDigit(at)) {
         ++at;
+    }
     integerPart = text.substr(integerStart, at - integerStart);
     if (at < text.size() && text[at] == '.') {
         const std::size_t fractionStart = ++at;
-        while (isDigit(at))
+        while (isDigit(at)) {
             ++at;
+        }
         fractionPart = text.substr(fractionStart, at - fractionStart);
     }
-    if (integerPart.empty() && fractionPart.empty())
+    if (integerPart.empty() && fractionPart.empty()) {
         return std::nullopt;
+    }
 
     // The exponent saturates far beyond any int64 so that it cannot overflow.
     constexpr std::int64_t exponentCap = 100000;
@@ -140,19 +147,23 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
     if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
         ++at;
         bool negativeExponent = false;
-        if (at < text.size() && (text[at] == '+' || text[at] == '-'))
+        if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
             negativeExponent = text[at++] == '-';
-        if (!isDigit(at))
+        }
+        if (!isDigit(at)) {
             return std::nullopt;
+        }
         while (isDigit(at)) {
             exponent = std::min(exponentCap, exponent * 10 + (text[at] - '0'));
             ++at;
         }
-        if (negativeExponent)
+        if (negativeExponent) {
             exponent = -exponent;
+        }
     }
-    if (at != text.size())
+    if (at != text.size()) {
         return std::nullopt;
+    }
 
     // digits × 10^scale, with leading and trailing zeros dropped.
     std::string digits;
@@ -161,31 +172,38 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
     digits.append(fractionPart);
     std::int64_t scale = exponent - static_cast<std::int64_t>(fractionPart.size());
     const std::size_t firstNonZero = digits.find_first_not_of('0');
-    if (firstNonZero == std::string::npos)
+    if (firstNonZero == std::string::npos) {
         return 0;
+    }
     digits.erase(0, firstNonZero);
     const std::size_t lastNonZero = digits.find_last_not_of('0');
     scale += static_cast<std::int64_t>(digits.size() - 1 - lastNonZero);
     digits.erase(lastNonZero + 1);
-    if (scale < 0)
+    if (scale < 0) {
         return std::nullopt; // a nonzero fraction remains
-    if (static_cast<std::int64_t>(digits.size()) + scale > 19)
+    }
+    if (static_cast<std::int64_t>(digits.size()) + scale > 19) {
         return std::nullopt;
+    }
 
     std::uint64_t magnitude = 0;
-    for (char digit : digits)
+    for (char digit : digits) {
         magnitude = magnitude * 10 + static_cast<std::uint64_t>(digit - '0');
+    }
     constexpr std::uint64_t limit = std::uint64_t{1} << 63; // |INT64_MIN|
     for (std::int64_t i = 0; i < scale; ++i) {
-        if (magnitude > limit / 10)
+        if (magnitude > limit / 10) {
             return std::nullopt;
+        }
         magnitude *= 10;
     }
-    if (magnitude > limit || (!negative && magnitude == limit))
+    if (magnitude > limit || (!negative && magnitude == limit)) {
         return std::nullopt;
-    if (negative)
+    }
+    if (negative) {
         return magnitude == limit ? std::numeric_limits<std::int64_t>::min()
                                   : -static_cast<std::int64_t>(magnitude);
+    }
     return static_cast<std::int64_t>(magnitude);
 }
 
@@ -193,23 +211,28 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
 
 std::optional<std::int64_t> JSONValue::integerValue() const {
     const std::string* text = numberText();
-    if (!text)
+    if (!text) {
         return std::nullopt;
+    }
     std::int64_t result = 0;
     const char* const end = text->data() + text->size();
     auto [stop, error] = std::from_chars(text->data(), end, result);
-    if (error == std::errc{} && stop == end)
+    if (error == std::errc{} && stop == end) {
         return result;
+    }
     return exactInteger(*text);
 }
 
 const JSONValue* JSONValue::find(std::string_view key) const {
     const Members* members = objectMembers();
-    if (!members)
+    if (!members) {
         return nullptr;
-    for (const JSONMember& member : *members)
-        if (member.key == key)
+    }
+    for (const JSONMember& member : *members) {
+        if (member.key == key) {
             return &member.value;
+        }
+    }
     return nullptr;
 }
 
@@ -219,8 +242,9 @@ template <class Path> const JSONValue* walk(const JSONValue& start, const Path& 
     const JSONValue* current = &start;
     for (const auto& key : path) {
         current = current->find(key);
-        if (!current)
+        if (!current) {
             return nullptr;
+        }
     }
     return current;
 }
@@ -237,27 +261,33 @@ const JSONValue* JSONValue::value(const std::vector<std::string>& path) const {
 
 void JSONValue::set(std::string_view key, std::optional<JSONValue> newValue) {
     Members* members = objectMembers();
-    if (!members)
-        return;
-    for (auto member = members->begin(); member != members->end(); ++member) {
-        if (member->key != key)
-            continue;
-        if (newValue)
-            member->value = std::move(*newValue);
-        else
-            members->erase(member);
+    if (!members) {
         return;
     }
-    if (newValue)
+    for (auto member = members->begin(); member != members->end(); ++member) {
+        if (member->key != key) {
+            continue;
+        }
+        if (newValue) {
+            member->value = std::move(*newValue);
+        } else {
+            members->erase(member);
+        }
+        return;
+    }
+    if (newValue) {
         members->push_back(JSONMember{std::string(key), std::move(*newValue)});
+    }
 }
 
 namespace {
 
 JSONValue* firstMember(JSONValue::Members& members, std::string_view key) {
-    for (JSONMember& member : members)
-        if (member.key == key)
+    for (JSONMember& member : members) {
+        if (member.key == key) {
             return &member.value;
+        }
+    }
     return nullptr;
 }
 
@@ -265,8 +295,9 @@ template <class Key>
 void setAlong(JSONValue& target, const Key* first, const Key* last,
               std::optional<JSONValue>& newValue) {
     JSONValue::Members* members = target.objectMembers();
-    if (first == last || !members)
+    if (first == last || !members) {
         return;
+    }
     if (last - first == 1) {
         target.set(*first, std::move(newValue));
         return;
@@ -275,8 +306,9 @@ void setAlong(JSONValue& target, const Key* first, const Key* last,
     // under its key would put it.
     JSONValue* child = firstMember(*members, *first);
     if (!child || !child->isObject()) {
-        if (!newValue)
+        if (!newValue) {
             return;
+        }
         if (child) {
             *child = JSONValue::object();
         } else {

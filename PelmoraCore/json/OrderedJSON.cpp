@@ -35,8 +35,9 @@ using Byte = unsigned char;
 // other than quote and backslash.
 constexpr std::array<bool, 256> plainStringBytes = [] {
     std::array<bool, 256> table{};
-    for (int byte = 0x20; byte < 0x80; ++byte)
+    for (int byte = 0x20; byte < 0x80; ++byte) {
         table[static_cast<std::size_t>(byte)] = byte != '"' && byte != '\\';
+    }
     return table;
 }();
 
@@ -45,12 +46,15 @@ bool isDigit(Byte byte) {
 }
 
 int hexValue(Byte byte) {
-    if (byte >= '0' && byte <= '9')
+    if (byte >= '0' && byte <= '9') {
         return byte - '0';
-    if (byte >= 'a' && byte <= 'f')
+    }
+    if (byte >= 'a' && byte <= 'f') {
         return byte - 'a' + 10;
-    if (byte >= 'A' && byte <= 'F')
+    }
+    if (byte >= 'A' && byte <= 'F') {
         return byte - 'A' + 10;
+    }
     return -1;
 }
 
@@ -99,8 +103,9 @@ private:
 
     void skipWhitespace() {
         while (cursor_ != end_ &&
-               (*cursor_ == ' ' || *cursor_ == '\n' || *cursor_ == '\r' || *cursor_ == '\t'))
+               (*cursor_ == ' ' || *cursor_ == '\n' || *cursor_ == '\r' || *cursor_ == '\t')) {
             ++cursor_;
+        }
     }
 
     bool parseScalar(JSONValue& out);
@@ -130,8 +135,9 @@ bool Parser::parseDocument(JSONValue& root) {
         JSONValue value;
         if (cursor_ != end_ && (*cursor_ == '[' || *cursor_ == '{')) {
             const bool isObject = *cursor_ == '{';
-            if (frames_.size() >= static_cast<std::size_t>(maxDepth))
+            if (frames_.size() >= static_cast<std::size_t>(maxDepth)) {
                 return fail(cursor_);
+            }
             ++cursor_;
             skipWhitespace();
             if (cursor_ != end_ && *cursor_ == (isObject ? '}' : ']')) {
@@ -139,8 +145,9 @@ bool Parser::parseDocument(JSONValue& root) {
                 value = isObject ? JSONValue::object() : JSONValue::array();
             } else {
                 frames_.push_back({isObject, isObject ? members_.size() : elements_.size()});
-                if (isObject && !parseMemberKey())
+                if (isObject && !parseMemberKey()) {
                     return false;
+                }
                 continue;
             }
         } else if (!parseScalar(value)) {
@@ -152,28 +159,33 @@ bool Parser::parseDocument(JSONValue& root) {
         for (;;) {
             if (frames_.empty()) {
                 skipWhitespace();
-                if (cursor_ != end_)
+                if (cursor_ != end_) {
                     return fail(cursor_);
+                }
                 root = std::move(value);
                 return true;
             }
             const Frame frame = frames_.back();
-            if (frame.isObject)
+            if (frame.isObject) {
                 members_.back().value = std::move(value);
-            else
+            } else {
                 elements_.push_back(std::move(value));
+            }
             skipWhitespace();
-            if (cursor_ == end_)
+            if (cursor_ == end_) {
                 return fail(cursor_);
+            }
             if (*cursor_ == ',') {
                 ++cursor_;
                 skipWhitespace();
-                if (frame.isObject && !parseMemberKey())
+                if (frame.isObject && !parseMemberKey()) {
                     return false;
+                }
                 break;
             }
-            if (*cursor_ != (frame.isObject ? '}' : ']'))
+            if (*cursor_ != (frame.isObject ? '}' : ']')) {
                 return fail(cursor_);
+            }
             ++cursor_;
             if (frame.isObject) {
                 const auto first = members_.begin() + static_cast<std::ptrdiff_t>(frame.firstItem);
@@ -194,27 +206,32 @@ bool Parser::parseDocument(JSONValue& root) {
 // A key, its colon and the whitespace up to the value; the member waits on
 // the stack for its value.
 bool Parser::parseMemberKey() {
-    if (cursor_ == end_ || *cursor_ != '"')
+    if (cursor_ == end_ || *cursor_ != '"') {
         return fail(cursor_);
+    }
     members_.emplace_back();
-    if (!parseString(members_.back().key))
+    if (!parseString(members_.back().key)) {
         return false;
+    }
     skipWhitespace();
-    if (cursor_ == end_ || *cursor_ != ':')
+    if (cursor_ == end_ || *cursor_ != ':') {
         return fail(cursor_);
+    }
     ++cursor_;
     skipWhitespace();
     return true;
 }
 
 bool Parser::parseScalar(JSONValue& out) {
-    if (cursor_ == end_)
+    if (cursor_ == end_) {
         return fail(cursor_);
+    }
     switch (*cursor_) {
     case '"': {
         std::string text;
-        if (!parseString(text))
+        if (!parseString(text)) {
             return false;
+        }
         out = JSONValue::string(std::move(text));
         return true;
     }
@@ -227,16 +244,18 @@ bool Parser::parseScalar(JSONValue& out) {
     case 'n':
         return parseLiteral("null");
     default:
-        if (*cursor_ == '-' || isDigit(*cursor_))
+        if (*cursor_ == '-' || isDigit(*cursor_)) {
             return parseNumber(out);
+        }
         return fail(cursor_);
     }
 }
 
 bool Parser::parseLiteral(std::string_view word) {
     for (char expected : word) {
-        if (cursor_ == end_ || *cursor_ != static_cast<Byte>(expected))
+        if (cursor_ == end_ || *cursor_ != static_cast<Byte>(expected)) {
             return fail(cursor_);
+        }
         ++cursor_;
     }
     return true;
@@ -244,28 +263,37 @@ bool Parser::parseLiteral(std::string_view word) {
 
 bool Parser::parseNumber(JSONValue& out) {
     const Byte* const start = cursor_;
-    if (*cursor_ == '-')
+    if (*cursor_ == '-') {
         ++cursor_;
-    if (cursor_ == end_ || !isDigit(*cursor_))
+    }
+    if (cursor_ == end_ || !isDigit(*cursor_)) {
         return fail(cursor_);
-    if (*cursor_++ != '0')
-        while (cursor_ != end_ && isDigit(*cursor_))
+    }
+    if (*cursor_++ != '0') {
+        while (cursor_ != end_ && isDigit(*cursor_)) {
             ++cursor_;
+        }
+    }
     if (cursor_ != end_ && *cursor_ == '.') {
         ++cursor_;
-        if (cursor_ == end_ || !isDigit(*cursor_))
+        if (cursor_ == end_ || !isDigit(*cursor_)) {
             return fail(cursor_);
-        while (cursor_ != end_ && isDigit(*cursor_))
+        }
+        while (cursor_ != end_ && isDigit(*cursor_)) {
             ++cursor_;
+        }
     }
     if (cursor_ != end_ && (*cursor_ == 'e' || *cursor_ == 'E')) {
         ++cursor_;
-        if (cursor_ != end_ && (*cursor_ == '+' || *cursor_ == '-'))
+        if (cursor_ != end_ && (*cursor_ == '+' || *cursor_ == '-')) {
             ++cursor_;
-        if (cursor_ == end_ || !isDigit(*cursor_))
+        }
+        if (cursor_ == end_ || !isDigit(*cursor_)) {
             return fail(cursor_);
-        while (cursor_ != end_ && isDigit(*cursor_))
+        }
+        while (cursor_ != end_ && isDigit(*cursor_)) {
             ++cursor_;
+        }
     }
     out = JSONValue::number(std::string(reinterpret_cast<const char*>(start),
                                         static_cast<std::size_t>(cursor_ - start)));
@@ -285,12 +313,14 @@ void Parser::skipPlainAscii() {
         const std::uint64_t special = hasZeroByte(word ^ (ones * '"')) |
                                       hasZeroByte(word ^ (ones * '\\')) |
                                       ((word - ones * 0x20) & ~word) | word;
-        if (special & highBits)
+        if (special & highBits) {
             break;
+        }
         cursor_ += 8;
     }
-    while (cursor_ != end_ && plainStringBytes[*cursor_])
+    while (cursor_ != end_ && plainStringBytes[*cursor_]) {
         ++cursor_;
+    }
 }
 
 // One well-formed UTF-8 sequence of two to four bytes: no overlong forms, no
@@ -323,8 +353,9 @@ bool Parser::skipUtf8Sequence() {
     }
     ++cursor_;
     for (int i = 0; i < continuation; ++i, ++cursor_) {
-        if (cursor_ == end_ || *cursor_ < low || *cursor_ > high)
+        if (cursor_ == end_ || *cursor_ < low || *cursor_ > high) {
             return fail(cursor_);
+        }
         low = 0x80;
         high = 0xBF;
     }
@@ -335,8 +366,9 @@ bool Parser::parseHexQuad(std::uint32_t& unit) {
     unit = 0;
     for (int i = 0; i < 4; ++i, ++cursor_) {
         const int digit = cursor_ == end_ ? -1 : hexValue(*cursor_);
-        if (digit < 0)
+        if (digit < 0) {
             return fail(cursor_);
+        }
         unit = (unit << 4) | static_cast<std::uint32_t>(digit);
     }
     return true;
@@ -345,8 +377,9 @@ bool Parser::parseHexQuad(std::uint32_t& unit) {
 // The escape at the cursor (a backslash), decoded into the scratch buffer.
 bool Parser::parseEscape() {
     const Byte* const escapeStart = cursor_++;
-    if (cursor_ == end_)
+    if (cursor_ == end_) {
         return fail(cursor_);
+    }
     char decoded = 0;
     switch (*cursor_) {
     case '"':
@@ -372,20 +405,25 @@ bool Parser::parseEscape() {
     case 'u': {
         ++cursor_;
         std::uint32_t unit = 0;
-        if (!parseHexQuad(unit))
+        if (!parseHexQuad(unit)) {
             return false;
-        if (unit >= 0xDC00 && unit <= 0xDFFF)
+        }
+        if (unit >= 0xDC00 && unit <= 0xDFFF) {
             return fail(escapeStart); // a low surrogate with no high one before it
+        }
         if (unit >= 0xD800 && unit <= 0xDBFF) {
             const Byte* const lowStart = cursor_;
-            if (end_ - cursor_ < 2 || cursor_[0] != '\\' || cursor_[1] != 'u')
+            if (end_ - cursor_ < 2 || cursor_[0] != '\\' || cursor_[1] != 'u') {
                 return fail(cursor_);
+            }
             cursor_ += 2;
             std::uint32_t lowUnit = 0;
-            if (!parseHexQuad(lowUnit))
+            if (!parseHexQuad(lowUnit)) {
                 return false;
-            if (lowUnit < 0xDC00 || lowUnit > 0xDFFF)
+            }
+            if (lowUnit < 0xDC00 || lowUnit > 0xDFFF) {
                 return fail(lowStart);
+            }
             unit = 0x10000 + ((unit - 0xD800) << 10) + (lowUnit - 0xDC00);
         }
         appendUtf8(scratch_, unit);
@@ -408,26 +446,31 @@ bool Parser::parseString(std::string& out) {
     const Byte* run = start;
     for (;;) {
         skipPlainAscii();
-        if (cursor_ == end_)
+        if (cursor_ == end_) {
             return fail(cursor_);
+        }
         const Byte byte = *cursor_;
-        if (byte == '"')
+        if (byte == '"') {
             break;
+        }
         if (byte >= 0x80) {
-            if (!skipUtf8Sequence())
+            if (!skipUtf8Sequence()) {
                 return false;
+            }
             continue;
         }
-        if (byte != '\\')
+        if (byte != '\\') {
             return fail(cursor_); // a raw control character
+        }
         if (!escaped) {
             scratch_.clear();
             escaped = true;
         }
         scratch_.append(reinterpret_cast<const char*>(run),
                         static_cast<std::size_t>(cursor_ - run));
-        if (!parseEscape())
+        if (!parseEscape()) {
             return false;
+        }
         run = cursor_;
     }
     if (escaped) {
@@ -445,8 +488,9 @@ bool Parser::parseString(std::string& out) {
 // deep.
 
 void appendRepeated(std::string& out, std::string_view unit, int count) {
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
         out.append(unit);
+    }
 }
 
 void writeIndented(std::string& out, const JSONValue& value, std::string_view indent, int depth) {
@@ -516,8 +560,9 @@ void writeCompact(std::string& out, const JSONValue& value, std::vector<const JS
         out += '[';
         bool first = true;
         for (const JSONValue& element : *value.arrayElements()) {
-            if (!first)
+            if (!first) {
                 out += ',';
+            }
             first = false;
             writeCompact(out, element, order);
         }
@@ -527,16 +572,18 @@ void writeCompact(std::string& out, const JSONValue& value, std::vector<const JS
     case JSONValue::Kind::object: {
         const auto& members = *value.objectMembers();
         const std::size_t start = order.size();
-        for (const JSONMember& member : members)
+        for (const JSONMember& member : members) {
             order.push_back(&member);
+        }
         std::stable_sort(order.begin() + static_cast<std::ptrdiff_t>(start), order.end(),
                          [](const JSONMember* a, const JSONMember* b) {
                              return JsonText::keyLess(a->key, b->key);
                          });
         out += '{';
         for (std::size_t i = start; i < start + members.size(); ++i) {
-            if (i != start)
+            if (i != start) {
                 out += ',';
+            }
             const JSONMember& member = *order[i];
             JsonText::appendQuoted(out, member.key, JsonText::Style::platform);
             out += ':';
@@ -554,16 +601,18 @@ void writeCompact(std::string& out, const JSONValue& value, std::vector<const JS
 std::optional<JSONValue> tryParse(std::string_view text) {
     Parser parser(text);
     JSONValue root;
-    if (!parser.parseDocument(root))
+    if (!parser.parseDocument(root)) {
         return std::nullopt;
+    }
     return root;
 }
 
 JSONValue parse(std::string_view text) {
     Parser parser(text);
     JSONValue root;
-    if (!parser.parseDocument(root))
+    if (!parser.parseDocument(root)) {
         throw JSONParseError(parser.failureOffset());
+    }
     return root;
 }
 

@@ -11,8 +11,9 @@ namespace {
 // between such bytes in one piece.
 constexpr std::array<bool, 256> escapeTable(bool slash) {
     std::array<bool, 256> table{};
-    for (int byte = 0; byte < 0x20; ++byte)
+    for (int byte = 0; byte < 0x20; ++byte) {
         table[static_cast<std::size_t>(byte)] = true;
+    }
     table['"'] = true;
     table['\\'] = true;
     table['/'] = slash;
@@ -68,14 +69,16 @@ unsigned char folded(unsigned char byte) {
 int compareDigitRuns(std::string_view a, std::string_view b) {
     auto stripZeros = [](std::string_view run) {
         std::size_t first = 0;
-        while (first < run.size() && run[first] == '0')
+        while (first < run.size() && run[first] == '0') {
             ++first;
+        }
         return run.substr(first);
     };
     a = stripZeros(a);
     b = stripZeros(b);
-    if (a.size() != b.size())
+    if (a.size() != b.size()) {
         return a.size() < b.size() ? -1 : 1;
+    }
     const int order = a.compare(b);
     return order < 0 ? -1 : (order > 0 ? 1 : 0);
 }
@@ -90,21 +93,25 @@ int compareLoosely(std::string_view a, std::string_view b) {
         const auto y = static_cast<unsigned char>(b[j]);
         if (isDigit(x) && isDigit(y)) {
             std::size_t endA = i;
-            while (endA < a.size() && isDigit(static_cast<unsigned char>(a[endA])))
+            while (endA < a.size() && isDigit(static_cast<unsigned char>(a[endA]))) {
                 ++endA;
+            }
             std::size_t endB = j;
-            while (endB < b.size() && isDigit(static_cast<unsigned char>(b[endB])))
+            while (endB < b.size() && isDigit(static_cast<unsigned char>(b[endB]))) {
                 ++endB;
-            if (int order = compareDigitRuns(a.substr(i, endA - i), b.substr(j, endB - j)))
+            }
+            if (int order = compareDigitRuns(a.substr(i, endA - i), b.substr(j, endB - j))) {
                 return order;
+            }
             i = endA;
             j = endB;
             continue;
         }
         const unsigned char fx = folded(x);
         const unsigned char fy = folded(y);
-        if (fx != fy)
+        if (fx != fy) {
             return fx < fy ? -1 : 1;
+        }
         ++i;
         ++j;
     }
@@ -123,8 +130,9 @@ void appendQuoted(std::string& out, std::string_view text, Style style) {
     const char* const end = text.data() + text.size();
     for (const char* cursor = run; cursor != end; ++cursor) {
         const auto byte = static_cast<unsigned char>(*cursor);
-        if (!escapes[byte])
+        if (!escapes[byte]) {
             continue;
+        }
         out.append(run, static_cast<std::size_t>(cursor - run));
         appendEscape(out, byte);
         run = cursor + 1;
@@ -134,8 +142,9 @@ void appendQuoted(std::string& out, std::string_view text, Style style) {
 }
 
 bool keyLess(std::string_view a, std::string_view b) {
-    if (int order = compareLoosely(a, b))
+    if (int order = compareLoosely(a, b)) {
         return order < 0;
+    }
     return a < b;
 }
 

@@ -15,36 +15,43 @@ constexpr std::size_t bufferSize = 64;
 std::string format(double value, std::chars_format form) {
     char buffer[bufferSize];
     auto [end, error] = std::to_chars(buffer, buffer + bufferSize, value, form);
-    if (error != std::errc{})
+    if (error != std::errc{}) {
         return "0";
+    }
     return std::string(buffer, end);
 }
 
 } // namespace
 
 std::string shortest(double value) {
-    if (!std::isfinite(value))
+    if (!std::isfinite(value)) {
         return "0";
+    }
     // Fixed notation for the magnitudes people write by hand (timestamps,
     // counts, fractions); beyond them the digits would only be zeros.
     const double magnitude = std::fabs(value);
-    if (magnitude == 0 || (magnitude >= 1e-6 && magnitude < 1e21))
+    if (magnitude == 0 || (magnitude >= 1e-6 && magnitude < 1e21)) {
         return format(value, std::chars_format::fixed);
+    }
     return format(value, std::chars_format::scientific);
 }
 
 std::string defaultForm(double value) {
-    if (std::isnan(value))
+    if (std::isnan(value)) {
         return "nan";
-    if (std::isinf(value))
+    }
+    if (std::isinf(value)) {
         return value < 0 ? "-inf" : "inf";
+    }
     const double magnitude = std::fabs(value);
     constexpr double twoToThe53 = 9007199254740992.0;
-    if (magnitude != 0 && (magnitude < 1e-4 || magnitude >= twoToThe53))
+    if (magnitude != 0 && (magnitude < 1e-4 || magnitude >= twoToThe53)) {
         return format(value, std::chars_format::scientific);
+    }
     std::string text = format(value, std::chars_format::fixed);
-    if (text.find('.') == std::string::npos)
+    if (text.find('.') == std::string::npos) {
         text += ".0";
+    }
     return text;
 }
 

@@ -13,8 +13,9 @@ std::filesystem::path file() {
 std::optional<std::string> record(std::string_view input, double now) {
     std::optional<JSONValue> status = UsageJSON::parseObject(input);
     const JSONValue* limits = UsageJSON::object(status ? &*status : nullptr, "rate_limits");
-    if (!limits)
+    if (!limits) {
         return std::nullopt;
+    }
     JSONValue stored = JSONValue::object({
         {"rate_limits", *limits},
         {"updated_at", JSONValue::number(now)},
@@ -30,9 +31,10 @@ std::vector<UsageWindow> windows(std::string_view data) {
         const JSONValue* window = UsageJSON::object(limits, slot.key);
         std::optional<double> used = UsageJSON::number(window, "used_percentage");
         std::optional<double> resetsAt = UsageJSON::number(window, "resets_at");
-        if (used && resetsAt)
+        if (used && resetsAt) {
             result.push_back(
                 {std::string(slot.id), Source::claude, slot.minutes, *used, *resetsAt});
+        }
     }
     return result;
 }

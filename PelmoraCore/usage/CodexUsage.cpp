@@ -28,8 +28,9 @@ bool mayHoldRateLimits(std::string_view line) {
 
 std::vector<UsageWindow> windows(std::string_view line) {
     std::vector<UsageWindow> result;
-    if (!mayHoldRateLimits(line))
+    if (!mayHoldRateLimits(line)) {
         return result;
+    }
     std::optional<JSONValue> record = UsageJSON::parseObject(line);
     const JSONValue* payload = UsageJSON::object(record ? &*record : nullptr, "payload");
     const JSONValue* limits = UsageJSON::object(payload, "rate_limits");
@@ -39,8 +40,9 @@ std::vector<UsageWindow> windows(std::string_view line) {
         std::optional<double> length = UsageJSON::number(window, "window_minutes");
         std::optional<double> resetsAt = UsageJSON::number(window, "resets_at");
         std::optional<int> minutes = length ? UsageJSON::wholeMinutes(*length) : std::nullopt;
-        if (used && minutes && resetsAt)
+        if (used && minutes && resetsAt) {
             result.push_back({std::string(slot.id), Source::codex, *minutes, *used, *resetsAt});
+        }
     }
     return result;
 }
@@ -51,10 +53,12 @@ std::vector<UsageWindow> latest(std::string_view tail) {
         const std::size_t newline = tail.rfind('\n', end - 1);
         const std::size_t start = newline == std::string_view::npos ? 0 : newline + 1;
         std::vector<UsageWindow> found = windows(tail.substr(start, end - start));
-        if (!found.empty())
+        if (!found.empty()) {
             return found;
-        if (newline == std::string_view::npos)
+        }
+        if (newline == std::string_view::npos) {
             break;
+        }
         end = newline;
     }
     return {};

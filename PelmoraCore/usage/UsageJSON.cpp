@@ -10,21 +10,24 @@ namespace pelmora::UsageJSON {
 
 std::optional<JSONValue> parseObject(std::string_view bytes) {
     std::optional<JSONValue> parsed = OrderedJSON::tryParse(bytes);
-    if (!parsed || !parsed->isObject())
+    if (!parsed || !parsed->isObject()) {
         return std::nullopt;
+    }
     return parsed;
 }
 
 const JSONValue* object(const JSONValue* parent, std::string_view key) {
-    if (!parent || !parent->isObject())
+    if (!parent || !parent->isObject()) {
         return nullptr;
+    }
     const JSONValue* member = parent->find(key);
     return member && member->isObject() ? member : nullptr;
 }
 
 std::optional<double> number(const JSONValue* parent, std::string_view key) {
-    if (!parent || !parent->isObject())
+    if (!parent || !parent->isObject()) {
         return std::nullopt;
+    }
     const JSONValue* member = parent->find(key);
     return member ? member->doubleValue() : std::nullopt;
 }
@@ -35,8 +38,9 @@ std::optional<double> date(const JSONValue* parent, std::string_view key) {
 }
 
 const std::string* text(const JSONValue* parent, std::string_view key) {
-    if (!parent || !parent->isObject())
+    if (!parent || !parent->isObject()) {
         return nullptr;
+    }
     const JSONValue* member = parent->find(key);
     const std::string* value = member ? member->stringValue() : nullptr;
     return value && !value->empty() ? value : nullptr;
@@ -45,15 +49,17 @@ const std::string* text(const JSONValue* parent, std::string_view key) {
 std::optional<int> wholeMinutes(double minutes) {
     const double rounded = std::round(minutes);
     if (!std::isfinite(rounded) || rounded < std::numeric_limits<int>::min() ||
-        rounded > std::numeric_limits<int>::max())
+        rounded > std::numeric_limits<int>::max()) {
         return std::nullopt;
+    }
     return static_cast<int>(rounded);
 }
 
 std::optional<std::string> liveToken(const std::string* token, std::optional<double> expiresAt,
                                      double now) {
-    if (!token || !expiresAt || !(*expiresAt > now + tokenLeeway))
+    if (!token || !expiresAt || !(*expiresAt > now + tokenLeeway)) {
         return std::nullopt;
+    }
     return *token;
 }
 

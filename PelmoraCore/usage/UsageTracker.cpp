@@ -15,8 +15,9 @@ UsageWindow::Kind UsageWindow::kind() const {
     default:
         break;
     }
-    if (minutes >= 40'320 && minutes <= 44'640)
+    if (minutes >= 40'320 && minutes <= 44'640) {
         return Kind::month();
+    }
     return Kind::other(minutes);
 }
 
@@ -45,19 +46,23 @@ std::optional<UsageWindow> UsageWindow::fromJSON(const JSONValue& json) {
 std::optional<UsageStage> usageStageFromRaw(int raw) {
     for (UsageStage stage :
          {UsageStage::none, UsageStage::warn80, UsageStage::warn95, UsageStage::exhausted}) {
-        if (rawValue(stage) == raw)
+        if (rawValue(stage) == raw) {
             return stage;
+        }
     }
     return std::nullopt;
 }
 
 UsageStage stageFor(double percent) {
-    if (percent >= 99.9)
+    if (percent >= 99.9) {
         return UsageStage::exhausted;
-    if (percent >= 95.0)
+    }
+    if (percent >= 95.0) {
         return UsageStage::warn95;
-    if (percent >= 80.0)
+    }
+    if (percent >= 80.0) {
         return UsageStage::warn80;
+    }
     return UsageStage::none;
 }
 
@@ -77,15 +82,17 @@ std::vector<UsageEvent> UsageTracker::update(double now, const std::vector<Usage
         if (stored != stages.end()) {
             const UsageStage previous = stored->second;
             if (stage > previous) {
-                if (announce)
+                if (announce) {
                     events.push_back({UsageEvent::Kind::reached(stage), window});
+                }
             } else if (stage < previous && previous == UsageStage::exhausted) {
                 events.push_back({UsageEvent::Kind::reset(), window});
             }
             stored->second = stage;
         } else {
-            if (stage != UsageStage::none && announce)
+            if (stage != UsageStage::none && announce) {
                 events.push_back({UsageEvent::Kind::reached(stage), window});
+            }
             stages.emplace(window.id, stage);
         }
     }

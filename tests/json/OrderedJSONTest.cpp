@@ -99,16 +99,18 @@ TEST(OrderedJSONParse, LimitsNesting) {
     EXPECT_EQ(failureOffset(nested(limit + 1)), static_cast<std::int64_t>(limit));
 
     std::string objects;
-    for (std::size_t i = 0; i < limit; ++i)
+    for (std::size_t i = 0; i < limit; ++i) {
         objects += R"({"a":)";
+    }
     EXPECT_TRUE(OrderedJSON::tryParse(objects + "0" + std::string(limit, '}')).has_value());
     EXPECT_EQ(failureOffset(objects + "{}" + std::string(limit, '}')),
               static_cast<std::int64_t>(objects.size()));
 
     EXPECT_EQ(failureOffset(std::string(1'000'000, '[')), static_cast<std::int64_t>(limit));
     std::string alternating;
-    for (int i = 0; i < 500'000; ++i)
+    for (int i = 0; i < 500'000; ++i) {
         alternating += R"([{"":)";
+    }
     EXPECT_EQ(failureOffset(alternating), static_cast<std::int64_t>(limit / 2 * 5));
 }
 

@@ -28,8 +28,9 @@ TEST(NumberText, ShortestWritesRoundTripJsonNumbers) {
         {-infinity, "0"},
         {std::nan(""), "0"},
     };
-    for (const auto& [value, expected] : cases)
+    for (const auto& [value, expected] : cases) {
         EXPECT_EQ(NumberText::shortest(value), expected) << expected;
+    }
 
     for (double value : {0.1 + 0.2, 1.0 / 3.0, 123456.789e-12, 9007199254740993.0,
                          std::numeric_limits<double>::max(), std::numeric_limits<double>::min()}) {
@@ -52,8 +53,9 @@ TEST(NumberText, DefaultFormAlwaysShowsAFractionOrAnExponent) {
         {infinity, "inf"},
         {std::nan(""), "nan"},
     };
-    for (const auto& [value, expected] : cases)
+    for (const auto& [value, expected] : cases) {
         EXPECT_EQ(NumberText::defaultForm(value), expected) << expected;
+    }
 }
 
 } // namespace
