@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "hook/PelmoraPaths.h"
+#include "support/Ascii.h"
 #include "support/Regex.h"
 #include "support/Text.h"
 
@@ -69,41 +70,22 @@ constexpr double secretEntropy = 3.5;
 bool isAscii(char c) {
     return static_cast<unsigned char>(c) < 0x80;
 }
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-bool isUpper(char c) {
-    return c >= 'A' && c <= 'Z';
-}
-bool isAlpha(char c) {
-    return isUpper(c) || (c >= 'a' && c <= 'z');
-}
-bool isAlnum(char c) {
-    return isAlpha(c) || isDigit(c);
-}
 // The ASCII members of \w and \s as the patterns read them.
 bool isWordChar(char c) {
-    return isAlnum(c) || c == '_';
-}
-bool isSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+    return Ascii::isAlnum(c) || c == '_';
 }
 bool isQuote(char c) {
     return c == '"' || c == '\'';
 }
-char lowerAscii(char c) {
-    return isUpper(c) ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 std::size_t skipSpaces(std::string_view text, std::size_t at) {
-    while (at < text.size() && isSpace(text[at])) {
+    while (at < text.size() && Ascii::isSpace(text[at])) {
         ++at;
     }
     return at;
 }
 
 std::size_t wordEnd(std::string_view text, std::size_t at) {
-    while (at < text.size() && !isSpace(text[at])) {
+    while (at < text.size() && !Ascii::isSpace(text[at])) {
         ++at;
     }
     return at;
@@ -136,7 +118,7 @@ bool startsWithCaseless(std::string_view text, std::size_t at, std::string_view 
         return false;
     }
     for (std::size_t index = 0; index < lowerNeedle.size(); ++index) {
-        if (lowerAscii(text[at + index]) != lowerNeedle[index]) {
+        if (Ascii::toLower(text[at + index]) != lowerNeedle[index]) {
             return false;
         }
     }
@@ -145,7 +127,7 @@ bool startsWithCaseless(std::string_view text, std::size_t at, std::string_view 
 
 std::size_t findCaseless(std::string_view text, std::string_view lowerNeedle, std::size_t from) {
     for (std::size_t at = from; at + lowerNeedle.size() <= text.size(); ++at) {
-        if (lowerAscii(text[at]) == lowerNeedle.front() &&
+        if (Ascii::toLower(text[at]) == lowerNeedle.front() &&
             startsWithCaseless(text, at, lowerNeedle)) {
             return at;
         }
@@ -219,7 +201,7 @@ Verdict verdictAt(const Regex& probe, bool (*isAsciiMember)(char), std::string_v
 }
 
 Verdict blankAt(std::string_view text, std::size_t at) {
-    return verdictAt(blankProbe(), isSpace, text, at);
+    return verdictAt(blankProbe(), Ascii::isSpace, text, at);
 }
 
 // Whether the character before `at` is a word character, which denies a \b
@@ -368,7 +350,7 @@ std::optional<Candidate> nextSecretOption(std::string_view text, std::size_t fro
 }
 
 bool isNameStart(char c) {
-    return isAlpha(c) || c == '_';
+    return Ascii::isAlpha(c) || c == '_';
 }
 
 // The assignment rule: a name that is a whole run of word characters (inside a run there
@@ -398,13 +380,13 @@ std::optional<Candidate> nextAssignment(std::string_view text, std::size_t from)
 }
 
 bool isUpperOrDigit(char c) {
-    return isUpper(c) || isDigit(c);
+    return Ascii::isUpper(c) || Ascii::isDigit(c);
 }
 bool isWordOrDash(char c) {
     return isWordChar(c) || c == '-';
 }
 bool isAlnumOrDash(char c) {
-    return isAlnum(c) || c == '-';
+    return Ascii::isAlnum(c) || c == '-';
 }
 
 struct KeyShape {
@@ -422,11 +404,11 @@ std::optional<KeyShape> keyShapeAt(std::string_view rest) {
         return KeyShape{3, isWordOrDash, 6};
     }
     if (rest.starts_with("sk_live_") || rest.starts_with("sk_test_")) {
-        return KeyShape{8, isAlnum, 6};
+        return KeyShape{8, Ascii::isAlnum, 6};
     }
     if (rest.size() >= 4 && rest.starts_with("gh") && githubKinds.find(rest[2]) != npos &&
         rest[3] == '_') {
-        return KeyShape{4, isAlnum, 10};
+        return KeyShape{4, Ascii::isAlnum, 10};
     }
     if (rest.starts_with("github_pat_")) {
         return KeyShape{11, isWordChar, 10};
@@ -473,7 +455,8 @@ std::optional<Candidate> nextKeyShape(std::string_view text, std::size_t from) {
 }
 
 bool isTokenChar(char c) {
-    return isAlnum(c) || c == '+' || c == '/' || c == '_' || c == '=' || c == '.' || c == '-';
+    return Ascii::isAlnum(c) || c == '+' || c == '/' || c == '_' || c == '=' || c == '.' ||
+           c == '-';
 }
 
 // A whole run of key-like characters of the minimum length or more.
@@ -560,30 +543,6 @@ std::string rewriting(std::string_view text, GetRegex regex, NextCandidate next,
     return result;
 }
 
-std::string_view groupText(std::string_view text, const Regex::Match& match, std::size_t group) {
-    const std::optional<Regex::Range> range =
-        group == 0 ? std::optional<Regex::Range>(match.whole)
-                   : (group <= match.groups.size() ? match.groups[group - 1] : std::nullopt);
-    return range ? text.substr(range->begin, range->end - range->begin) : std::string_view();
-}
-
-// "$n" stands for group n (nothing for a group that did not take part) and a
-// backslash takes the next character literally, as in ICU templates.
-void appendExpanded(std::string& out, std::string_view text, const Regex::Match& match,
-                    std::string_view replacement) {
-    for (std::size_t index = 0; index < replacement.size(); ++index) {
-        const char c = replacement[index];
-        if (c == '\\' && index + 1 < replacement.size()) {
-            out.push_back(replacement[++index]);
-        } else if (c == '$' && index + 1 < replacement.size() && isDigit(replacement[index + 1])) {
-            out.append(
-                groupText(text, match, static_cast<std::size_t>(replacement[++index] - '0')));
-        } else {
-            out.push_back(c);
-        }
-    }
-}
-
 NextCandidate ruleScanner(std::size_t index) {
     static constexpr std::array<NextCandidate, 5> scanners{
         nextAuthorization, nextBearer, nextSecretOption, nextAssignment, nextKeyShape};
@@ -648,8 +607,8 @@ bool looksSecretAscii(std::string_view token) {
     bool letter = false;
     for (char c : token) {
         ++counts[static_cast<unsigned char>(c)];
-        digit = digit || isDigit(c);
-        letter = letter || isAlpha(c);
+        digit = digit || Ascii::isDigit(c);
+        letter = letter || Ascii::isAlpha(c);
     }
     return digit && letter && entropyOf(counts, token.size()) >= secretEntropy;
 }
@@ -664,7 +623,7 @@ std::string applyRule(std::size_t index, std::string_view text) {
     return rewriting(
         text, [index]() -> const Regex& { return ruleRegex(index); }, ruleScanner(index),
         [replacement](std::string& out, std::string_view subject, const Regex::Match& match) {
-            appendExpanded(out, subject, match, replacement);
+            Regex::appendExpansion(out, replacement, subject, match);
         });
 }
 

@@ -7,6 +7,9 @@
 #include <mutex>
 #include <pcre2.h>
 
+#include "support/Ascii.h"
+#include "support/Integers.h"
+#include "support/Scanner.h"
 #include "support/Text.h"
 
 namespace pelmora {
@@ -210,8 +213,7 @@ void forEachMatch(CompiledPattern& compiled, std::string_view subject, Visit vis
     }
 }
 
-std::string_view groupText(std::string_view subject, const PCRE2_SIZE* ovector,
-                           std::uint32_t group) {
+std::string_view groupText(std::string_view subject, const PCRE2_SIZE* ovector, std::size_t group) {
     const PCRE2_SIZE begin = ovector[2 * group];
     const PCRE2_SIZE end = ovector[2 * group + 1];
     if (begin == PCRE2_UNSET || end == PCRE2_UNSET || begin > end) {
@@ -220,40 +222,35 @@ std::string_view groupText(std::string_view subject, const PCRE2_SIZE* ovector,
     return subject.substr(begin, end - begin);
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
-void appendReplacement(std::string& out, std::string_view replacementTemplate,
-                       std::string_view subject, const PCRE2_SIZE* ovector,
-                       std::uint32_t groupCount) {
-    std::size_t index = 0;
-    while (index < replacementTemplate.size()) {
-        const char c = replacementTemplate[index];
-        if (c == '\\' && index + 1 < replacementTemplate.size()) {
-            out.push_back(replacementTemplate[index + 1]);
-            index += 2;
-        } else if (c == '$' && index + 1 < replacementTemplate.size() &&
-                   isDigit(replacementTemplate[index + 1])) {
-            // Further digits belong to the number only while it still names a
-            // group, so "$10" is group 1 and a literal "0" in a one-group pattern.
-            std::uint32_t group = static_cast<std::uint32_t>(replacementTemplate[index + 1] - '0');
-            index += 2;
-            while (index < replacementTemplate.size() && isDigit(replacementTemplate[index])) {
-                const std::uint32_t longer =
-                    group * 10 + static_cast<std::uint32_t>(replacementTemplate[index] - '0');
-                if (longer > groupCount) {
-                    break;
-                }
-                group = longer;
-                ++index;
-            }
-            if (group <= groupCount) {
-                out.append(groupText(subject, ovector, group));
-            }
-        } else {
-            out.push_back(c);
-            ++index;
+// The template rule of Regex::appendExpansion, for both forms of a match.
+template <class GroupText>
+void appendExpanded(std::string& out, std::string_view replacementTemplate, std::size_t groupCount,
+                    GroupText groupText) {
+    std::size_t maxDigits = 1;
+    for (std::size_t bound = 10; bound <= groupCount; bound *= 10) {
+        ++maxDigits;
+    }
+    Scanner in(replacementTemplate);
+    while (!in.atEnd()) {
+        out.append(in.takeWhile([](char c) { return c != '\\' && c != '$'; }));
+        if (in.atEnd()) {
+            break;
+        }
+        if (in.consume('\\')) {
+            out.push_back(in.atEnd() ? '\\' : in.consume());
+            continue;
+        }
+        in.consume(); // the "$"
+        const std::string_view digits =
+            Scanner(in.rest().substr(0, maxDigits)).takeWhile(Ascii::isDigit);
+        if (digits.empty()) {
+            out.push_back('$');
+            continue;
+        }
+        in.skip(digits.size());
+        const std::size_t group = *parseInteger<std::size_t>(digits);
+        if (group <= groupCount) {
+            out.append(groupText(group));
         }
     }
 }
@@ -330,13 +327,23 @@ std::vector<Regex::Match> Regex::allMatches(std::string_view subject) const {
     return result;
 }
 
+void Regex::appendExpansion(std::string& out, std::string_view replacementTemplate,
+                            std::string_view subject, const Match& match) {
+    appendExpanded(out, replacementTemplate, match.groups.size(), [&](std::size_t group) {
+        const std::optional<Range> range =
+            group == 0 ? std::optional<Range>(match.whole) : match.groups[group - 1];
+        return range ? subject.substr(range->begin, range->end - range->begin) : std::string_view();
+    });
+}
+
 std::string Regex::replaceAll(std::string_view subject,
                               std::string_view replacementTemplate) const {
     std::string result;
     std::size_t copied = 0;
     forEachMatch(*compiled_, subject, [&](const PCRE2_SIZE* ovector) {
         result.append(subject.substr(copied, ovector[0] - copied));
-        appendReplacement(result, replacementTemplate, subject, ovector, compiled_->groupCount);
+        appendExpanded(result, replacementTemplate, compiled_->groupCount,
+                       [&](std::size_t group) { return groupText(subject, ovector, group); });
         copied = ovector[1];
     });
     result.append(subject.substr(copied));

@@ -47,11 +47,21 @@ public:
     std::optional<Match> firstMatch(std::string_view subject, std::size_t start = 0) const;
     // Non-overlapping matches from left to right; an empty match advances one scalar.
     std::vector<Match> allMatches(std::string_view subject) const;
-    // Replaces every match; "$1".."$9" in the template stand for capture groups
-    // (a group that did not take part gives the empty string), "\$" for "$".
-    // As in ICU, "$0" is the whole match and a backslash takes the character
-    // after it literally, so "\\" gives one backslash.
+    // Replaces every match by the template expanded for it (appendExpansion).
     std::string replaceAll(std::string_view subject, std::string_view replacementTemplate) const;
+
+    // Appends `replacementTemplate` expanded for `match` of `subject`, by the
+    // template rule of ICU: "$0" is the whole match and "$n" capture group n
+    // (the empty string for a group that did not take part, or that the
+    // pattern does not have); a "$" takes as many digits as the pattern's
+    // largest group number has, so with two groups "$10" is group 1 then "0",
+    // and with twelve "$13" is group 13. A backslash takes the character after
+    // it literally ("\$" gives "$", "\\" one backslash); a "$" without a digit
+    // stays as it is.
+    //
+    //     Regex("(a)(b)").replaceAll("ab", "[$2$1]") == "[ba]"
+    static void appendExpansion(std::string& out, std::string_view replacementTemplate,
+                                std::string_view subject, const Match& match);
 
 private:
     struct Compiled;
