@@ -7,7 +7,10 @@
 #include <system_error>
 #include <utility>
 
+#include "support/Ascii.h"
+#include "support/Integers.h"
 #include "support/NumberText.h"
+#include "support/Scanner.h"
 
 namespace pelmora {
 
@@ -113,29 +116,13 @@ namespace {
 // fits: worked on the decimal digits, so that 9007199254740993 and
 // 1.5e1 come out exact where a double would round.
 std::optional<std::int64_t> exactInteger(std::string_view text) {
-    std::size_t at = 0;
-    const bool negative = at < text.size() && text[at] == '-';
-    if (negative) {
-        ++at;
-    }
-    auto isDigit = [&](std::size_t i) {
-        return i < text.size() && text[i] >= '0' && text[i] <= '9';
-    };
-
+    Scanner in(text);
+    const bool negative = in.consume('-');
     // Significant digits of the integer and fraction parts, in one run.
-    std::string_view integerPart;
+    const std::string_view integerPart = in.takeWhile(Ascii::isDigit);
     std::string_view fractionPart;
-    const std::size_t integerStart = at;
-    while (isDigit(at)) {
-        ++at;
-    }
-    integerPart = text.substr(integerStart, at - integerStart);
-    if (at < text.size() && text[at] == '.') {
-        const std::size_t fractionStart = ++at;
-        while (isDigit(at)) {
-            ++at;
-        }
-        fractionPart = text.substr(fractionStart, at - fractionStart);
+    if (in.consume('.')) {
+        fractionPart = in.takeWhile(Ascii::isDigit);
     }
     if (integerPart.empty() && fractionPart.empty()) {
         return std::nullopt;
@@ -144,24 +131,22 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
     // The exponent saturates far beyond any int64 so that it cannot overflow.
     constexpr std::int64_t exponentCap = 100000;
     std::int64_t exponent = 0;
-    if (at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
-        ++at;
-        bool negativeExponent = false;
-        if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
-            negativeExponent = text[at++] == '-';
+    if (in.consume('e') || in.consume('E')) {
+        const bool negativeExponent = in.consume('-');
+        if (!negativeExponent) {
+            in.consume('+');
         }
-        if (!isDigit(at)) {
+        const std::string_view exponentDigits = in.takeWhile(Ascii::isDigit);
+        if (exponentDigits.empty()) {
             return std::nullopt;
         }
-        while (isDigit(at)) {
-            exponent = std::min(exponentCap, exponent * 10 + (text[at] - '0'));
-            ++at;
-        }
+        exponent =
+            std::min(exponentCap, parseInteger<std::int64_t>(exponentDigits).value_or(exponentCap));
         if (negativeExponent) {
             exponent = -exponent;
         }
     }
-    if (at != text.size()) {
+    if (!in.atEnd()) {
         return std::nullopt;
     }
 
@@ -186,10 +171,8 @@ std::optional<std::int64_t> exactInteger(std::string_view text) {
         return std::nullopt;
     }
 
-    std::uint64_t magnitude = 0;
-    for (char digit : digits) {
-        magnitude = magnitude * 10 + static_cast<std::uint64_t>(digit - '0');
-    }
+    // At most 19 digits: always within uint64.
+    std::uint64_t magnitude = parseInteger<std::uint64_t>(digits).value_or(0);
     constexpr std::uint64_t limit = std::uint64_t{1} << 63; // |INT64_MIN|
     for (std::int64_t i = 0; i < scale; ++i) {
         if (magnitude > limit / 10) {
@@ -214,11 +197,8 @@ std::optional<std::int64_t> JSONValue::integerValue() const {
     if (!text) {
         return std::nullopt;
     }
-    std::int64_t result = 0;
-    const char* const end = text->data() + text->size();
-    auto [stop, error] = std::from_chars(text->data(), end, result);
-    if (error == std::errc{} && stop == end) {
-        return result;
+    if (std::optional<std::int64_t> plain = parseInteger<std::int64_t>(*text)) {
+        return plain;
     }
     return exactInteger(*text);
 }

@@ -1,7 +1,11 @@
 #include "support/JsonText.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+
+#include "support/Ascii.h"
+#include "support/Scanner.h"
 
 namespace pelmora::JsonText {
 
@@ -57,22 +61,10 @@ void appendEscape(std::string& out, unsigned char byte) {
     out.append(escape, sizeof escape);
 }
 
-bool isDigit(unsigned char byte) {
-    return byte >= '0' && byte <= '9';
-}
-
-unsigned char folded(unsigned char byte) {
-    return (byte >= 'A' && byte <= 'Z') ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
-}
-
 // Three-way comparison of two digit runs by their numeric value, of any length.
 int compareDigitRuns(std::string_view a, std::string_view b) {
     auto stripZeros = [](std::string_view run) {
-        std::size_t first = 0;
-        while (first < run.size() && run[first] == '0') {
-            ++first;
-        }
-        return run.substr(first);
+        return run.substr(std::min(run.find_first_not_of('0'), run.size()));
     };
     a = stripZeros(a);
     b = stripZeros(b);
@@ -86,38 +78,23 @@ int compareDigitRuns(std::string_view a, std::string_view b) {
 // The platform's numeric, case-insensitive comparison; 0 for texts that it
 // cannot tell apart ("a01" and "A1").
 int compareLoosely(std::string_view a, std::string_view b) {
-    std::size_t i = 0;
-    std::size_t j = 0;
-    while (i < a.size() && j < b.size()) {
-        const auto x = static_cast<unsigned char>(a[i]);
-        const auto y = static_cast<unsigned char>(b[j]);
-        if (isDigit(x) && isDigit(y)) {
-            std::size_t endA = i;
-            while (endA < a.size() && isDigit(static_cast<unsigned char>(a[endA]))) {
-                ++endA;
-            }
-            std::size_t endB = j;
-            while (endB < b.size() && isDigit(static_cast<unsigned char>(b[endB]))) {
-                ++endB;
-            }
-            if (int order = compareDigitRuns(a.substr(i, endA - i), b.substr(j, endB - j))) {
+    Scanner x(a);
+    Scanner y(b);
+    while (!x.atEnd() && !y.atEnd()) {
+        if (Ascii::isDigit(x.peek()) && Ascii::isDigit(y.peek())) {
+            if (int order =
+                    compareDigitRuns(x.takeWhile(Ascii::isDigit), y.takeWhile(Ascii::isDigit))) {
                 return order;
             }
-            i = endA;
-            j = endB;
             continue;
         }
-        const unsigned char fx = folded(x);
-        const unsigned char fy = folded(y);
+        const auto fx = static_cast<unsigned char>(Ascii::toLower(x.consume()));
+        const auto fy = static_cast<unsigned char>(Ascii::toLower(y.consume()));
         if (fx != fy) {
             return fx < fy ? -1 : 1;
         }
-        ++i;
-        ++j;
     }
-    const bool aLeft = i < a.size();
-    const bool bLeft = j < b.size();
-    return aLeft == bLeft ? 0 : (aLeft ? 1 : -1);
+    return x.atEnd() == y.atEnd() ? 0 : (x.atEnd() ? -1 : 1);
 }
 
 } // namespace

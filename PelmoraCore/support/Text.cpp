@@ -2,6 +2,8 @@
 
 #include <utf8proc.h>
 
+#include "support/Ascii.h"
+
 namespace pelmora::Text {
 
 namespace {
@@ -295,7 +297,7 @@ std::string_view prefixCharacters(std::string_view text, std::size_t count) {
 
 bool isLetter(char32_t scalar) {
     if (scalar < 0x80) {
-        return (scalar | 0x20) >= 'a' && (scalar | 0x20) <= 'z';
+        return Ascii::isAlpha(static_cast<char>(scalar));
     }
     switch (categoryOf(scalar)) {
     case UTF8PROC_CATEGORY_LU:
@@ -311,7 +313,7 @@ bool isLetter(char32_t scalar) {
 
 bool isNumber(char32_t scalar) {
     if (scalar < 0x80) {
-        return scalar >= '0' && scalar <= '9';
+        return Ascii::isDigit(static_cast<char>(scalar));
     }
     switch (categoryOf(scalar)) {
     case UTF8PROC_CATEGORY_ND:
@@ -354,7 +356,7 @@ bool isPunctuation(char32_t scalar) {
 
 bool isWhitespace(char32_t scalar) {
     if (scalar < 0x80) {
-        return scalar == ' ' || (scalar >= '\t' && scalar <= '\r');
+        return Ascii::isSpace(static_cast<char>(scalar));
     }
     if (scalar == 0x85) {
         return true;
@@ -371,14 +373,14 @@ bool isWhitespace(char32_t scalar) {
 
 bool isUppercase(char32_t scalar) {
     if (scalar < 0x80) {
-        return scalar >= 'A' && scalar <= 'Z';
+        return Ascii::isUpper(static_cast<char>(scalar));
     }
     return categoryOf(scalar) == UTF8PROC_CATEGORY_LU || utf8proc_isupper(asUtf8proc(scalar));
 }
 
 bool isLowercase(char32_t scalar) {
     if (scalar < 0x80) {
-        return scalar >= 'a' && scalar <= 'z';
+        return Ascii::isLower(static_cast<char>(scalar));
     }
     return categoryOf(scalar) == UTF8PROC_CATEGORY_LL || utf8proc_islower(asUtf8proc(scalar));
 }
@@ -423,7 +425,7 @@ std::string lowercased(std::string_view text) {
     while (offset < text.size()) {
         const unsigned char byte = byteAt(text, offset);
         if (byte < 0x80) {
-            result.push_back(static_cast<char>(byte >= 'A' && byte <= 'Z' ? byte | 0x20 : byte));
+            result.push_back(Ascii::toLower(static_cast<char>(byte)));
             ++offset;
             continue;
         }

@@ -5,6 +5,10 @@
 #include <cstdio>
 #include <time.h>
 
+#include "support/Ascii.h"
+#include "support/Integers.h"
+#include "support/Scanner.h"
+
 // Calendar arithmetic is done here rather than with timegm/gmtime_r so the
 // results do not depend on the C library or the process's time zone.
 namespace pelmora::Time {
@@ -46,28 +50,14 @@ unsigned daysInMonth(std::int64_t year, unsigned month) {
     return month == 2 && leap ? 29 : lengths[month - 1];
 }
 
-// Reads exactly `count` ASCII digits at `at`, advancing past them.
-bool digits(std::string_view text, std::size_t& at, std::size_t count, unsigned& value) {
-    if (at > text.size() || text.size() - at < count) {
+// Takes exactly `count` ASCII digits.
+bool digits(Scanner& in, std::size_t count, unsigned& value) {
+    const std::string_view run = Scanner(in.rest().substr(0, count)).takeWhile(Ascii::isDigit);
+    if (run.size() != count) {
         return false;
     }
-    value = 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        char c = text[at + i];
-        if (c < '0' || c > '9') {
-            return false;
-        }
-        value = value * 10 + static_cast<unsigned>(c - '0');
-    }
-    at += count;
-    return true;
-}
-
-bool literal(std::string_view text, std::size_t& at, char expected) {
-    if (at >= text.size() || text[at] != expected) {
-        return false;
-    }
-    ++at;
+    in.skip(count);
+    value = *parseInteger<unsigned>(run);
     return true;
 }
 
@@ -85,12 +75,11 @@ double now() {
 }
 
 std::optional<double> parseISO8601(std::string_view text) {
-    std::size_t at = 0;
+    Scanner in(text);
     unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    if (!digits(text, at, 4, year) || !literal(text, at, '-') || !digits(text, at, 2, month) ||
-        !literal(text, at, '-') || !digits(text, at, 2, day) || !literal(text, at, 'T') ||
-        !digits(text, at, 2, hour) || !literal(text, at, ':') || !digits(text, at, 2, minute) ||
-        !literal(text, at, ':') || !digits(text, at, 2, second)) {
+    if (!digits(in, 4, year) || !in.consume('-') || !digits(in, 2, month) || !in.consume('-') ||
+        !digits(in, 2, day) || !in.consume('T') || !digits(in, 2, hour) || !in.consume(':') ||
+        !digits(in, 2, minute) || !in.consume(':') || !digits(in, 2, second)) {
         return std::nullopt;
     }
     if (month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month) || hour > 23 ||
@@ -100,45 +89,33 @@ std::optional<double> parseISO8601(std::string_view text) {
 
     // Any number of fraction digits; those past the nanosecond cannot change a double.
     double fraction = 0;
-    if (at < text.size() && text[at] == '.') {
-        ++at;
-        std::size_t first = at;
-        std::int64_t numerator = 0, denominator = 1;
-        while (at < text.size() && text[at] >= '0' && text[at] <= '9') {
-            if (at - first < 9) {
-                numerator = numerator * 10 + (text[at] - '0');
-                denominator *= 10;
-            }
-            ++at;
-        }
-        if (at == first) {
+    if (in.consume('.')) {
+        static constexpr double powersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9};
+        const std::string_view kept = in.takeWhile(Ascii::isDigit).substr(0, 9);
+        if (kept.empty()) {
             return std::nullopt;
         }
-        fraction = static_cast<double>(numerator) / static_cast<double>(denominator);
+        fraction =
+            static_cast<double>(*parseInteger<std::int64_t>(kept)) / powersOfTen[kept.size()];
     }
 
+    // A local time with no zone names no instant.
     std::int64_t offsetSeconds = 0;
-    if (at >= text.size()) {
-        return std::nullopt; // a local time with no zone names no instant
-    }
-    if (text[at] == 'Z') {
-        ++at;
-    } else if (text[at] == '+' || text[at] == '-') {
-        int sign = text[at] == '-' ? -1 : 1;
-        ++at;
+    if (in.peek() == '+' || in.peek() == '-') {
+        const int sign = in.consume() == '-' ? -1 : 1;
         unsigned offsetHours = 0, offsetMinutes = 0;
-        if (!digits(text, at, 2, offsetHours)) {
+        if (!digits(in, 2, offsetHours)) {
             return std::nullopt;
         }
-        literal(text, at, ':');
-        if (!digits(text, at, 2, offsetMinutes) || offsetHours > 23 || offsetMinutes > 59) {
+        in.consume(':');
+        if (!digits(in, 2, offsetMinutes) || offsetHours > 23 || offsetMinutes > 59) {
             return std::nullopt;
         }
         offsetSeconds = sign * static_cast<std::int64_t>(offsetHours * 3600 + offsetMinutes * 60);
-    } else {
+    } else if (!in.consume('Z')) {
         return std::nullopt;
     }
-    if (at != text.size()) {
+    if (!in.atEnd()) {
         return std::nullopt;
     }
 
