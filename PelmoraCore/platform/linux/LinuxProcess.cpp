@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
 #include <fcntl.h>
 #include <string>
@@ -8,6 +7,7 @@
 #include <unistd.h>
 
 #include "platform/Platform.h"
+#include "support/Integers.h"
 
 // The process table on Linux is /proc. This runs on every hook, so each file
 // is taken with plain read() calls into a stack buffer: no streams, no heap
@@ -42,11 +42,6 @@ ssize_t readSmallFile(const char* path, char* buffer, std::size_t capacity) {
     return -1;
 }
 
-template <class Integer> bool parseInteger(std::string_view text, Integer& value) {
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size();
-}
-
 // The boot time never changes while a process runs (short of the clock being
 // stepped), so it is read once per process.
 std::optional<std::int64_t> bootTime() {
@@ -79,11 +74,7 @@ std::optional<std::int64_t> bootTime() {
         }
         text.remove_prefix(at + key.size());
         text = text.substr(0, text.find('\n'));
-        std::int64_t seconds = 0;
-        if (!parseInteger(text, seconds)) {
-            return std::nullopt;
-        }
-        return seconds;
+        return parseInteger<std::int64_t>(text);
     }();
     return cached;
 }
@@ -141,9 +132,9 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
     constexpr int parentField = 4, ttyField = 7, startField = 22;
     std::string_view rest = line.substr(close + 1);
     int field = 2;
+    std::optional<std::int32_t> parent;
     std::int64_t ttyNumber = 0;
-    std::uint64_t startTicks = 0;
-    bool haveParent = false, haveStart = false;
+    std::optional<std::uint64_t> start;
     while (!rest.empty() && field < startField) {
         auto begin = rest.find_first_not_of(" \n");
         if (begin == std::string_view::npos) {
@@ -155,18 +146,18 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
         rest.remove_prefix(token.size());
         ++field;
         if (field == parentField) {
-            haveParent = parseInteger(token, entry.parentPID);
+            parent = parseInteger<std::int32_t>(token);
         } else if (field == ttyField) {
-            if (!parseInteger(token, ttyNumber)) {
-                ttyNumber = 0;
-            }
+            ttyNumber = parseInteger<std::int64_t>(token).value_or(0);
         } else if (field == startField) {
-            haveStart = parseInteger(token, startTicks);
+            start = parseInteger<std::uint64_t>(token);
         }
     }
-    if (!haveParent || !haveStart) {
+    if (!parent || !start) {
         return std::nullopt;
     }
+    entry.parentPID = *parent;
+    const std::uint64_t startTicks = *start;
 
     auto boot = bootTime();
     long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
