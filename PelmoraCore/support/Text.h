@@ -17,7 +17,31 @@ char32_t decodeScalar(std::string_view text, std::size_t& offset);
 // Decodes the scalar that ends at `end`, moving it back to the scalar's first
 // byte; agrees with decodeScalar on where every scalar, valid or not, begins.
 char32_t decodeScalarBefore(std::string_view text, std::size_t& end);
-void appendUTF8(std::string& out, char32_t scalar);
+// The one UTF-8 encoder; a surrogate or a value past U+10FFFF comes out as
+// U+FFFD. Inline, as the JSON parser calls it for every "\u" escape.
+inline void appendUTF8(std::string& out, char32_t scalar) {
+    if (scalar > 0x10FFFF || (scalar >= 0xD800 && scalar <= 0xDFFF)) {
+        scalar = 0xFFFD;
+    }
+    if (scalar < 0x80) {
+        out.push_back(static_cast<char>(scalar));
+    } else if (scalar < 0x800) {
+        const char bytes[] = {static_cast<char>(0xC0 | (scalar >> 6)),
+                              static_cast<char>(0x80 | (scalar & 0x3F))};
+        out.append(bytes, sizeof bytes);
+    } else if (scalar < 0x10000) {
+        const char bytes[] = {static_cast<char>(0xE0 | (scalar >> 12)),
+                              static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)),
+                              static_cast<char>(0x80 | (scalar & 0x3F))};
+        out.append(bytes, sizeof bytes);
+    } else {
+        const char bytes[] = {static_cast<char>(0xF0 | (scalar >> 18)),
+                              static_cast<char>(0x80 | ((scalar >> 12) & 0x3F)),
+                              static_cast<char>(0x80 | ((scalar >> 6) & 0x3F)),
+                              static_cast<char>(0x80 | (scalar & 0x3F))};
+        out.append(bytes, sizeof bytes);
+    }
+}
 std::u32string scalars(std::string_view text);
 // Valid UTF-8 comes back unchanged; in anything else each maximal subpart of
 // an ill-formed sequence becomes one U+FFFD (Unicode's recommended practice,
