@@ -6,7 +6,9 @@
 #include <iterator>
 #include <utility>
 
+#include "support/Ascii.h"
 #include "support/JsonText.h"
+#include "support/Text.h"
 
 namespace pelmora {
 
@@ -41,46 +43,76 @@ constexpr std::array<bool, 256> plainStringBytes = [] {
     return table;
 }();
 
-bool isDigit(Byte byte) {
-    return byte >= '0' && byte <= '9';
-}
+// What stopped the parser. Only parseDiagnosed turns it into words, so the
+// other entry points pay for no more than storing it.
+enum class Problem {
+    expectedValue,
+    expectedTrue,
+    expectedFalse,
+    expectedNull,
+    expectedDigit,
+    leadingZero,
+    expectedKey,
+    expectedColon,
+    expectedObjectSeparator,
+    expectedArraySeparator,
+    unterminatedString,
+    controlCharacter,
+    invalidEscape,
+    invalidUnicodeEscape,
+    unpairedSurrogate,
+    invalidUTF8,
+    trailingCharacters,
+    tooDeep,
+};
 
-int hexValue(Byte byte) {
-    if (byte >= '0' && byte <= '9') {
-        return byte - '0';
+std::string describe(Problem problem) {
+    switch (problem) {
+    case Problem::expectedValue:
+        return "expected a value";
+    case Problem::expectedTrue:
+        return "expected 'true'";
+    case Problem::expectedFalse:
+        return "expected 'false'";
+    case Problem::expectedNull:
+        return "expected 'null'";
+    case Problem::expectedDigit:
+        return "expected a digit in the number";
+    case Problem::leadingZero:
+        return "a number cannot start with 0 followed by another digit";
+    case Problem::expectedKey:
+        return "expected a key in double quotes";
+    case Problem::expectedColon:
+        return "expected ':' after an object key";
+    case Problem::expectedObjectSeparator:
+        return "expected ',' or '}' after an object member";
+    case Problem::expectedArraySeparator:
+        return "expected ',' or ']' after an array element";
+    case Problem::unterminatedString:
+        return "unterminated string";
+    case Problem::controlCharacter:
+        return "unescaped control character in a string";
+    case Problem::invalidEscape:
+        return "invalid escape";
+    case Problem::invalidUnicodeEscape:
+        return "expected four hexadecimal digits after \\u";
+    case Problem::unpairedSurrogate:
+        return "unpaired surrogate in a \\u escape";
+    case Problem::invalidUTF8:
+        return "invalid UTF-8";
+    case Problem::trailingCharacters:
+        return "trailing characters after the document";
+    case Problem::tooDeep:
+        return "nesting deeper than " + std::to_string(maxDepth);
     }
-    if (byte >= 'a' && byte <= 'f') {
-        return byte - 'a' + 10;
-    }
-    if (byte >= 'A' && byte <= 'F') {
-        return byte - 'A' + 10;
-    }
-    return -1;
-}
-
-void appendUtf8(std::string& out, std::uint32_t scalar) {
-    if (scalar < 0x80) {
-        out += static_cast<char>(scalar);
-    } else if (scalar < 0x800) {
-        out += static_cast<char>(0xC0 | (scalar >> 6));
-        out += static_cast<char>(0x80 | (scalar & 0x3F));
-    } else if (scalar < 0x10000) {
-        out += static_cast<char>(0xE0 | (scalar >> 12));
-        out += static_cast<char>(0x80 | ((scalar >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (scalar & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (scalar >> 18));
-        out += static_cast<char>(0x80 | ((scalar >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((scalar >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (scalar & 0x3F));
-    }
+    return {};
 }
 
 // A single pass over the bytes that reports the offset of the first byte
-// that does not fit the grammar. Containers are built without recursion:
-// open ones are frames, and the members and elements of all open containers
-// share two stacks, so each finished container is allocated once at its
-// exact size and hostile nesting costs a bounded amount of memory.
+// that does not fit the grammar, and why. Containers are built without
+// recursion: open ones are frames, and the members and elements of all open
+// containers share two stacks, so each finished container is allocated once
+// at its exact size and hostile nesting costs a bounded amount of memory.
 class Parser {
 public:
     explicit Parser(std::string_view text)
@@ -89,6 +121,7 @@ public:
 
     bool parseDocument(JSONValue& root);
     std::int64_t failureOffset() const { return failureOffset_; }
+    Problem problem() const { return problem_; }
 
 private:
     struct Frame {
@@ -96,11 +129,19 @@ private:
         std::size_t firstItem; // index into the members or elements stack
     };
 
-    bool fail(const Byte* at) {
+    bool fail(const Byte* at, Problem problem) {
         failureOffset_ = at - begin_;
+        problem_ = problem;
         return false;
     }
-
+    bool atEnd() const { return cursor_ == end_; }
+    bool at(Byte expected) const { return cursor_ != end_ && *cursor_ == expected; }
+    bool atDigit() const { return cursor_ != end_ && Ascii::isDigit(static_cast<char>(*cursor_)); }
+    void skipDigits() {
+        while (atDigit()) {
+            ++cursor_;
+        }
+    }
     void skipWhitespace() {
         while (cursor_ != end_ &&
                (*cursor_ == ' ' || *cursor_ == '\n' || *cursor_ == '\r' || *cursor_ == '\t')) {
@@ -115,13 +156,14 @@ private:
     bool parseHexQuad(std::uint32_t& unit);
     bool skipUtf8Sequence();
     bool parseNumber(JSONValue& out);
-    bool parseLiteral(std::string_view word);
+    bool parseLiteral(std::string_view word, Problem problem);
     void skipPlainAscii();
 
     const Byte* const begin_;
     const Byte* cursor_;
     const Byte* const end_;
     std::int64_t failureOffset_ = 0;
+    Problem problem_ = Problem::expectedValue;
     std::string scratch_;
     std::vector<Frame> frames_;
     JSONValue::Members members_;
@@ -136,7 +178,7 @@ bool Parser::parseDocument(JSONValue& root) {
         if (cursor_ != end_ && (*cursor_ == '[' || *cursor_ == '{')) {
             const bool isObject = *cursor_ == '{';
             if (frames_.size() >= static_cast<std::size_t>(maxDepth)) {
-                return fail(cursor_);
+                return fail(cursor_, Problem::tooDeep);
             }
             ++cursor_;
             skipWhitespace();
@@ -159,8 +201,8 @@ bool Parser::parseDocument(JSONValue& root) {
         for (;;) {
             if (frames_.empty()) {
                 skipWhitespace();
-                if (cursor_ != end_) {
-                    return fail(cursor_);
+                if (!atEnd()) {
+                    return fail(cursor_, Problem::trailingCharacters);
                 }
                 root = std::move(value);
                 return true;
@@ -173,7 +215,8 @@ bool Parser::parseDocument(JSONValue& root) {
             }
             skipWhitespace();
             if (cursor_ == end_) {
-                return fail(cursor_);
+                return fail(cursor_, frame.isObject ? Problem::expectedObjectSeparator
+                                                    : Problem::expectedArraySeparator);
             }
             if (*cursor_ == ',') {
                 ++cursor_;
@@ -184,7 +227,8 @@ bool Parser::parseDocument(JSONValue& root) {
                 break;
             }
             if (*cursor_ != (frame.isObject ? '}' : ']')) {
-                return fail(cursor_);
+                return fail(cursor_, frame.isObject ? Problem::expectedObjectSeparator
+                                                    : Problem::expectedArraySeparator);
             }
             ++cursor_;
             if (frame.isObject) {
@@ -206,16 +250,16 @@ bool Parser::parseDocument(JSONValue& root) {
 // A key, its colon and the whitespace up to the value; the member waits on
 // the stack for its value.
 bool Parser::parseMemberKey() {
-    if (cursor_ == end_ || *cursor_ != '"') {
-        return fail(cursor_);
+    if (!at('"')) {
+        return fail(cursor_, Problem::expectedKey);
     }
     members_.emplace_back();
     if (!parseString(members_.back().key)) {
         return false;
     }
     skipWhitespace();
-    if (cursor_ == end_ || *cursor_ != ':') {
-        return fail(cursor_);
+    if (!at(':')) {
+        return fail(cursor_, Problem::expectedColon);
     }
     ++cursor_;
     skipWhitespace();
@@ -223,8 +267,8 @@ bool Parser::parseMemberKey() {
 }
 
 bool Parser::parseScalar(JSONValue& out) {
-    if (cursor_ == end_) {
-        return fail(cursor_);
+    if (atEnd()) {
+        return fail(cursor_, Problem::expectedValue);
     }
     switch (*cursor_) {
     case '"': {
@@ -237,24 +281,24 @@ bool Parser::parseScalar(JSONValue& out) {
     }
     case 't':
         out = JSONValue::boolean(true);
-        return parseLiteral("true");
+        return parseLiteral("true", Problem::expectedTrue);
     case 'f':
         out = JSONValue::boolean(false);
-        return parseLiteral("false");
+        return parseLiteral("false", Problem::expectedFalse);
     case 'n':
-        return parseLiteral("null");
+        return parseLiteral("null", Problem::expectedNull);
     default:
-        if (*cursor_ == '-' || isDigit(*cursor_)) {
+        if (at('-') || atDigit()) {
             return parseNumber(out);
         }
-        return fail(cursor_);
+        return fail(cursor_, Problem::expectedValue);
     }
 }
 
-bool Parser::parseLiteral(std::string_view word) {
+bool Parser::parseLiteral(std::string_view word, Problem problem) {
     for (char expected : word) {
-        if (cursor_ == end_ || *cursor_ != static_cast<Byte>(expected)) {
-            return fail(cursor_);
+        if (!at(static_cast<Byte>(expected))) {
+            return fail(cursor_, problem);
         }
         ++cursor_;
     }
@@ -263,37 +307,35 @@ bool Parser::parseLiteral(std::string_view word) {
 
 bool Parser::parseNumber(JSONValue& out) {
     const Byte* const start = cursor_;
-    if (*cursor_ == '-') {
+    if (at('-')) {
         ++cursor_;
     }
-    if (cursor_ == end_ || !isDigit(*cursor_)) {
-        return fail(cursor_);
+    if (!atDigit()) {
+        return fail(cursor_, Problem::expectedDigit);
     }
-    if (*cursor_++ != '0') {
-        while (cursor_ != end_ && isDigit(*cursor_)) {
-            ++cursor_;
+    if (*cursor_++ == '0') {
+        if (atDigit()) {
+            return fail(cursor_, Problem::leadingZero);
         }
+    } else {
+        skipDigits();
     }
-    if (cursor_ != end_ && *cursor_ == '.') {
+    if (at('.')) {
         ++cursor_;
-        if (cursor_ == end_ || !isDigit(*cursor_)) {
-            return fail(cursor_);
+        if (!atDigit()) {
+            return fail(cursor_, Problem::expectedDigit);
         }
-        while (cursor_ != end_ && isDigit(*cursor_)) {
-            ++cursor_;
-        }
+        skipDigits();
     }
-    if (cursor_ != end_ && (*cursor_ == 'e' || *cursor_ == 'E')) {
+    if (at('e') || at('E')) {
         ++cursor_;
-        if (cursor_ != end_ && (*cursor_ == '+' || *cursor_ == '-')) {
+        if (at('+') || at('-')) {
             ++cursor_;
         }
-        if (cursor_ == end_ || !isDigit(*cursor_)) {
-            return fail(cursor_);
+        if (!atDigit()) {
+            return fail(cursor_, Problem::expectedDigit);
         }
-        while (cursor_ != end_ && isDigit(*cursor_)) {
-            ++cursor_;
-        }
+        skipDigits();
     }
     out = JSONValue::number(std::string(reinterpret_cast<const char*>(start),
                                         static_cast<std::size_t>(cursor_ - start)));
@@ -324,7 +366,8 @@ void Parser::skipPlainAscii() {
 }
 
 // One well-formed UTF-8 sequence of two to four bytes: no overlong forms, no
-// surrogates, nothing above U+10FFFF.
+// surrogates, nothing above U+10FFFF. A sequence cut short by the end of the
+// text leaves the string unterminated.
 bool Parser::skipUtf8Sequence() {
     const Byte lead = *cursor_;
     int continuation = 0;
@@ -349,12 +392,15 @@ bool Parser::skipUtf8Sequence() {
         continuation = 3;
         high = 0x8F;
     } else {
-        return fail(cursor_);
+        return fail(cursor_, Problem::invalidUTF8);
     }
     ++cursor_;
     for (int i = 0; i < continuation; ++i, ++cursor_) {
-        if (cursor_ == end_ || *cursor_ < low || *cursor_ > high) {
-            return fail(cursor_);
+        if (atEnd()) {
+            return fail(cursor_, Problem::unterminatedString);
+        }
+        if (*cursor_ < low || *cursor_ > high) {
+            return fail(cursor_, Problem::invalidUTF8);
         }
         low = 0x80;
         high = 0xBF;
@@ -365,9 +411,9 @@ bool Parser::skipUtf8Sequence() {
 bool Parser::parseHexQuad(std::uint32_t& unit) {
     unit = 0;
     for (int i = 0; i < 4; ++i, ++cursor_) {
-        const int digit = cursor_ == end_ ? -1 : hexValue(*cursor_);
+        const int digit = atEnd() ? -1 : Ascii::hexValue(static_cast<char>(*cursor_));
         if (digit < 0) {
-            return fail(cursor_);
+            return fail(cursor_, Problem::invalidUnicodeEscape);
         }
         unit = (unit << 4) | static_cast<std::uint32_t>(digit);
     }
@@ -377,8 +423,8 @@ bool Parser::parseHexQuad(std::uint32_t& unit) {
 // The escape at the cursor (a backslash), decoded into the scratch buffer.
 bool Parser::parseEscape() {
     const Byte* const escapeStart = cursor_++;
-    if (cursor_ == end_) {
-        return fail(cursor_);
+    if (atEnd()) {
+        return fail(cursor_, Problem::unterminatedString);
     }
     char decoded = 0;
     switch (*cursor_) {
@@ -409,12 +455,13 @@ bool Parser::parseEscape() {
             return false;
         }
         if (unit >= 0xDC00 && unit <= 0xDFFF) {
-            return fail(escapeStart); // a low surrogate with no high one before it
+            // A low surrogate with no high one before it.
+            return fail(escapeStart, Problem::unpairedSurrogate);
         }
         if (unit >= 0xD800 && unit <= 0xDBFF) {
             const Byte* const lowStart = cursor_;
             if (end_ - cursor_ < 2 || cursor_[0] != '\\' || cursor_[1] != 'u') {
-                return fail(cursor_);
+                return fail(cursor_, Problem::unpairedSurrogate);
             }
             cursor_ += 2;
             std::uint32_t lowUnit = 0;
@@ -422,15 +469,15 @@ bool Parser::parseEscape() {
                 return false;
             }
             if (lowUnit < 0xDC00 || lowUnit > 0xDFFF) {
-                return fail(lowStart);
+                return fail(lowStart, Problem::unpairedSurrogate);
             }
             unit = 0x10000 + ((unit - 0xD800) << 10) + (lowUnit - 0xDC00);
         }
-        appendUtf8(scratch_, unit);
+        Text::appendUTF8(scratch_, unit);
         return true;
     }
     default:
-        return fail(cursor_);
+        return fail(cursor_, Problem::invalidEscape);
     }
     scratch_ += decoded;
     ++cursor_;
@@ -446,8 +493,8 @@ bool Parser::parseString(std::string& out) {
     const Byte* run = start;
     for (;;) {
         skipPlainAscii();
-        if (cursor_ == end_) {
-            return fail(cursor_);
+        if (atEnd()) {
+            return fail(cursor_, Problem::unterminatedString);
         }
         const Byte byte = *cursor_;
         if (byte == '"') {
@@ -460,7 +507,7 @@ bool Parser::parseString(std::string& out) {
             continue;
         }
         if (byte != '\\') {
-            return fail(cursor_); // a raw control character
+            return fail(cursor_, Problem::controlCharacter);
         }
         if (!escaped) {
             scratch_.clear();
@@ -623,15 +670,24 @@ JSONValue parseDiagnosed(std::string_view text) {
         return root;
     }
     JSONParseError error(parser.failureOffset());
-    error.message = "Invalid JSON";
-    std::string_view before = text.substr(0, static_cast<std::size_t>(error.offset));
-    std::size_t lineStart = before.rfind('\n');
-    lineStart = lineStart == std::string_view::npos ? 0 : lineStart + 1;
+    const std::string_view before = text.substr(0, static_cast<std::size_t>(error.offset));
+    const std::size_t lineStart = before.rfind('\n') + 1; // npos + 1 is 0
     error.line = static_cast<int>(std::count(before.begin(), before.end(), '\n')) + 1;
-    // Continuation bytes do not start a character.
-    error.column = 1 + static_cast<int>(std::count_if(
-                           before.begin() + static_cast<std::ptrdiff_t>(lineStart), before.end(),
-                           [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    error.column = static_cast<int>(Text::characterCount(before.substr(lineStart))) + 1;
+
+    // An editor's invisible marks and a file cut short are said in words of
+    // their own; everything else is what the parser expected.
+    const Problem problem = parser.problem();
+    if (text.starts_with("\xEF\xBB\xBF") && error.offset == 0) {
+        error.message = "byte-order mark before the document";
+    } else if (problem == Problem::expectedValue && before.size() == text.size() &&
+               before.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+        error.message = "empty document";
+    } else if (before.size() == text.size() && problem != Problem::unterminatedString) {
+        error.message = "unexpected end of the document: " + describe(problem);
+    } else {
+        error.message = describe(problem);
+    }
     throw error;
 }
 

@@ -19,9 +19,10 @@ public:
     std::string description() const;
     const char* what() const noexcept override;
 
-    // Filled only by parseDiagnosed, for files that people edit by hand:
-    // what the parser expected, and where (1-based; the column counts
-    // characters of the line, not bytes).
+    // Filled only by parseDiagnosed, for files that people edit by hand: what
+    // was wrong ("expected ',' or '}' after an object member", "unterminated
+    // string", "nesting deeper than 512", ...) and where: the line (1-based)
+    // and the column, which counts characters of the line, not bytes.
     std::string message;
     int line = 0;
     int column = 0;
@@ -45,7 +46,12 @@ JSONValue parse(std::string_view text);
 std::optional<JSONValue> tryParse(std::string_view text);
 
 // parse() that, on failure, also says what was wrong and at which line and
-// column (JSONParseError::located). Costs more than parse only on failure.
+// column (JSONParseError::located), for files that people edit by hand. It
+// costs more than parse only on failure.
+//
+//     try { OrderedJSON::parseDiagnosed("{\"a\": 1,\n}"); }
+//     catch (const JSONParseError& e) { e.located(); }
+//     // "expected a key in double quotes at line 2, column 1"
 JSONValue parseDiagnosed(std::string_view text);
 
 // The installers' fixed indented style, starting at depth 0, with no line
