@@ -22,7 +22,7 @@ JSONValue hostJSON(const HostInfo& host) {
     return out.finish();
 }
 
-std::optional<HostInfo> hostFromJSON(const JSONValue& json) {
+std::optional<HostInfo> hostFromJSON(const JSONValue& json, JSONDecodeFailure* failure) {
     JSONObjectReader in(json);
     HostInfo host;
     host.termProgram = in.optionalString("termProgram");
@@ -31,10 +31,7 @@ std::optional<HostInfo> hostFromJSON(const JSONValue& json) {
     host.tmux = in.requiredBool("tmux");
     host.tty = in.optionalString("tty");
     host.bundleID = in.optionalString("bundleID");
-    if (in.failed()) {
-        return std::nullopt;
-    }
-    return host;
+    return in.finish(std::move(host), failure);
 }
 
 } // namespace
@@ -110,7 +107,8 @@ JSONValue SessionRecord::toJSON() const {
     return out.finish();
 }
 
-std::optional<SessionRecord> SessionRecord::fromJSON(const JSONValue& json) {
+std::optional<SessionRecord> SessionRecord::fromJSON(const JSONValue& json,
+                                                     JSONDecodeFailure* failure) {
     JSONObjectReader in(json);
     SessionRecord record;
     record.schemaVersion = in.requiredInteger<int>("schemaVersion");
@@ -136,10 +134,7 @@ std::optional<SessionRecord> SessionRecord::fromJSON(const JSONValue& json) {
     record.composeProject = in.optionalString("composeProject");
     record.port = in.optionalInteger<std::int64_t>("port");
     record.webURL = in.optionalString("webURL");
-    if (in.failed()) {
-        return std::nullopt;
-    }
-    return record;
+    return in.finish(std::move(record), failure);
 }
 
 std::string SessionRecord::encode() const {

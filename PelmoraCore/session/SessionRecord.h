@@ -12,6 +12,8 @@
 
 namespace pelmora {
 
+struct JSONDecodeFailure;
+
 enum class SessionState { idle, working, awaiting, compacting, failed, done, ended };
 
 std::string_view rawValue(SessionState state);
@@ -59,8 +61,11 @@ struct SessionRecord {
     // timestamps as seconds since 1970.
     JSONValue toJSON() const;
     // Absent and null both read as none; a missing required field, a wrong
-    // type, or an unknown state or source gives std::nullopt.
-    static std::optional<SessionRecord> fromJSON(const JSONValue& json);
+    // type, or an unknown state or source gives std::nullopt, and the first
+    // such member in `*failure` when that is given ("host.tmux: expected a
+    // boolean").
+    static std::optional<SessionRecord> fromJSON(const JSONValue& json,
+                                                 JSONDecodeFailure* failure = nullptr);
 
     // The file bytes: compact JSON with sorted keys.
     std::string encode() const;

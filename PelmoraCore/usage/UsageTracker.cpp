@@ -35,12 +35,13 @@ JSONValue UsageWindow::toJSON() const {
     return out.finish();
 }
 
-std::optional<UsageWindow> UsageWindow::fromJSON(const JSONValue& json) {
+std::optional<UsageWindow> UsageWindow::fromJSON(const JSONValue& json,
+                                                 JSONDecodeFailure* failure) {
     JSONObjectReader in(json);
     UsageWindow window{in.requiredString("id"), in.requiredRaw<Source>("agent"),
                        in.requiredInteger<int>("minutes"), in.requiredDouble("usedPercent"),
                        in.requiredDouble("resetsAt")};
-    return in.failed() ? std::nullopt : std::optional(std::move(window));
+    return in.finish(std::move(window), failure);
 }
 
 std::optional<UsageStage> usageStageFromRaw(int raw) {

@@ -10,6 +10,8 @@
 
 namespace pelmora {
 
+struct JSONDecodeFailure;
+
 // One rate-limit window of one agent's subscription, as last read.
 struct UsageWindow {
     // The window's length as a person names it. Only `other` carries its
@@ -47,8 +49,9 @@ struct UsageWindow {
     // since 1970.
     JSONValue toJSON() const;
     // std::nullopt when a field is missing, of the wrong type, out of range,
-    // or the agent is unknown.
-    static std::optional<UsageWindow> fromJSON(const JSONValue& json);
+    // or the agent is unknown; the first such field in `*failure` when given.
+    static std::optional<UsageWindow> fromJSON(const JSONValue& json,
+                                               JSONDecodeFailure* failure = nullptr);
 };
 
 // Scoped enumerations compare by their underlying values, so `<` orders the
