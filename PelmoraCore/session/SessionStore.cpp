@@ -6,6 +6,7 @@
 
 #include "hook/PelmoraPaths.h"
 #include "hook/ProcessInspector.h"
+#include "json/KeyedJSON.h"
 #include "json/OrderedJSON.h"
 #include "platform/Platform.h"
 #include "support/Files.h"
@@ -45,26 +46,55 @@ double secondsSince1970(std::filesystem::file_time_type time) {
     return std::chrono::duration<double>(system.time_since_epoch()).count();
 }
 
-LoadResult loadBytes(std::optional<std::string> bytes, const path& url) {
-    if (!bytes) {
-        return LoadResult::corrupt(url);
+std::string tooLarge(std::uintmax_t size) {
+    return "larger than the " + std::to_string(maxFileSize) + "-byte limit (" +
+           std::to_string(size) + " bytes)";
+}
+
+// Why a file could not be read, asked only once reading has failed.
+std::string unreadable(const std::filesystem::path& file, std::size_t limit) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (error) {
+        return "cannot be read (" + error.message() + ")";
     }
-    std::optional<JSONValue> json = OrderedJSON::tryParse(*bytes);
-    if (!json) {
-        return LoadResult::corrupt(url);
+    if (!std::filesystem::is_regular_file(status)) {
+        return "not a regular file";
+    }
+    const std::uintmax_t size = std::filesystem::file_size(file, error);
+    if (!error && size > limit) {
+        return tooLarge(size);
+    }
+    return "cannot be read";
+}
+
+LoadResult loadBytes(const std::string& bytes, const std::filesystem::path& file) {
+    std::optional<JSONValue> json;
+    try {
+        json = OrderedJSON::parseDiagnosed(bytes);
+    } catch (const JSONParseError& error) {
+        return LoadResult::corrupt(file, "not JSON: " + error.located());
     }
     // Another writer's format is left alone rather than reported as damage.
     if (const JSONValue* version = json->find("schemaVersion")) {
         const std::optional<std::int64_t> number = version->integerValue();
         if (number && *number != SessionRecord::currentSchema) {
-            return LoadResult::unsupported(url);
+            return LoadResult::unsupported(file, "schema version " + std::to_string(*number) +
+                                                     "; this version reads " +
+                                                     std::to_string(SessionRecord::currentSchema));
         }
     }
-    std::optional<SessionRecord> record = SessionRecord::fromJSON(*json);
+    JSONDecodeFailure failure;
+    std::optional<SessionRecord> record = SessionRecord::fromJSON(*json, &failure);
     if (!record) {
-        return LoadResult::corrupt(url);
+        return LoadResult::corrupt(file, failure.text());
     }
-    return LoadResult::ok(std::move(*record), url);
+    return LoadResult::ok(std::move(*record), file);
+}
+
+LoadResult readAndLoad(const std::filesystem::path& file, std::size_t limit) {
+    const std::optional<std::string> bytes = Files::read(file, limit);
+    return bytes ? loadBytes(*bytes, file) : LoadResult::corrupt(file, unreadable(file, limit));
 }
 
 // A writer killed between creating its temporary and the rename leaves the
@@ -106,16 +136,16 @@ void removeAbandonedTemporary(const std::filesystem::directory_entry& entry) {
 
 } // namespace
 
-LoadResult LoadResult::ok(SessionRecord record, path url) {
-    return LoadResult{Kind::ok, std::move(url), std::move(record)};
+LoadResult LoadResult::ok(SessionRecord record, std::filesystem::path path) {
+    return LoadResult{Kind::ok, std::move(path), std::move(record), {}};
 }
 
-LoadResult LoadResult::unsupported(path url) {
-    return LoadResult{Kind::unsupported, std::move(url), std::nullopt};
+LoadResult LoadResult::unsupported(std::filesystem::path path, std::string reason) {
+    return LoadResult{Kind::unsupported, std::move(path), std::nullopt, std::move(reason)};
 }
 
-LoadResult LoadResult::corrupt(path url) {
-    return LoadResult{Kind::corrupt, std::move(url), std::nullopt};
+LoadResult LoadResult::corrupt(std::filesystem::path path, std::string reason) {
+    return LoadResult{Kind::corrupt, std::move(path), std::nullopt, std::move(reason)};
 }
 
 path fileURL(Source source, std::string_view sessionID, const path& directory) {
@@ -155,8 +185,8 @@ void write(const SessionRecord& record, const path& url) {
     Files::atomicReplace(url, record.encode(), 0600);
 }
 
-LoadResult load(const path& url) {
-    return loadBytes(Files::read(url), url);
+LoadResult load(const path& path) {
+    return readAndLoad(path, static_cast<std::size_t>(-1));
 }
 
 std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
@@ -175,9 +205,9 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
             break;
         }
         const std::filesystem::directory_entry& entry = *entries;
-        const path& url = entry.path();
+        const path& file = entry.path();
         // Lock files (".lock") and interrupted writes (".tmp") fall out here.
-        if (url.extension() != ".json") {
+        if (file.extension() != ".json") {
             removeAbandonedTemporary(entry);
             continue;
         }
@@ -190,7 +220,7 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
 
         // The old entry moves over whole when the file looks unchanged, so a
         // quiet rescan neither reads nor allocates per file.
-        auto node = cache.entries.extract(url);
+        auto node = cache.entries.extract(file);
         if (!node.empty() && node.mapped().modified == modified && node.mapped().size == size) {
             results.push_back(node.mapped().result);
             fresh.entries.insert(std::move(node));
@@ -198,11 +228,12 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
         }
 
         // The limit also covers a file that grew after it was measured.
-        LoadResult result = size > static_cast<std::int64_t>(maxFileSize)
-                                ? LoadResult::corrupt(url)
-                                : loadBytes(Files::read(url, maxFileSize), url);
+        LoadResult result =
+            size > static_cast<std::int64_t>(maxFileSize)
+                ? LoadResult::corrupt(file, tooLarge(static_cast<std::uintmax_t>(size)))
+                : readAndLoad(file, maxFileSize);
         results.push_back(result);
-        fresh.entries.insert_or_assign(url, LoadCache::Entry{modified, size, std::move(result)});
+        fresh.entries.insert_or_assign(file, LoadCache::Entry{modified, size, std::move(result)});
     }
     cache = std::move(fresh);
     return results;

@@ -24,13 +24,23 @@ inline constexpr std::size_t maxFileSize = 262144;
 struct LoadResult {
     enum class Kind { ok, unsupported, corrupt };
     Kind kind = Kind::corrupt;
-    path url;
+    std::filesystem::path path;
     std::optional<SessionRecord> record; // present exactly for ok
+    // Why the file was not loaded, in words for people; empty for ok.
+    // corrupt: "cannot be read (<system message>)", "larger than the
+    // 262144-byte limit (<size> bytes)", "not JSON: <message> at line <l>,
+    // column <c>", or the first member that failed to decode ("state:
+    // unknown value \"wrking\""); unsupported: "schema version 2; this
+    // version reads 1".
+    std::string reason;
 
-    static LoadResult ok(SessionRecord record, path url);
-    static LoadResult unsupported(path url);
-    static LoadResult corrupt(path url);
-    bool operator==(const LoadResult&) const = default;
+    static LoadResult ok(SessionRecord record, std::filesystem::path path);
+    static LoadResult unsupported(std::filesystem::path path, std::string reason = {});
+    static LoadResult corrupt(std::filesystem::path path, std::string reason = {});
+    // The result itself: kind, path and record. The reason only explains it.
+    bool operator==(const LoadResult& other) const {
+        return kind == other.kind && path == other.path && record == other.record;
+    }
 };
 
 struct LoadCache {
@@ -54,7 +64,8 @@ void update(Source source, std::string_view sessionID, const path& directory,
 // The atomic replace, mode 0600. Throws pelmora::Error.
 void write(const SessionRecord& record, const path& url);
 
-LoadResult load(const path& url);
+// Never throws: damage is reported as corrupt or unsupported, with its reason.
+LoadResult load(const path& path);
 std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache);
 std::vector<LoadResult> loadAll(const path& directory);
 
