@@ -24,7 +24,7 @@ namespace {
 using SessionStore::LoadResult;
 
 std::string problemText(const LoadResult& result) {
-    const std::string file = printable(result.url.string());
+    const std::string file = printable(result.path.string());
     if (result.kind == LoadResult::Kind::unsupported) {
         return "unsupported session file (another format version): " + file;
     }
@@ -103,7 +103,7 @@ int runSessions(bool json) {
         return a.updatedAt != b.updatedAt ? a.updatedAt > b.updatedAt : a.key() < b.key();
     });
     std::sort(problems.begin(), problems.end(),
-              [](const LoadResult& a, const LoadResult& b) { return a.url < b.url; });
+              [](const LoadResult& a, const LoadResult& b) { return a.path < b.path; });
 
     if (json) {
         // Standard output stays pure JSON lines; damage goes to the person.
