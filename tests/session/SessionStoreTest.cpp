@@ -190,7 +190,7 @@ TEST_F(SessionStoreTest, LoadAllScansJsonFilesThroughTheCache) {
         writeFile(skipped, "{");
     }
     std::vector<LoadResult> all = scan();
-    std::sort(all.begin(), all.end(), [](const auto& x, const auto& y) { return x.url < y.url; });
+    std::sort(all.begin(), all.end(), [](const auto& x, const auto& y) { return x.path < y.path; });
     EXPECT_EQ(all, (std::vector{LoadResult::ok(a, aURL), LoadResult::ok(a, atLimit),
                                 LoadResult::corrupt(overLimit), LoadResult::unsupported(newer)}));
     EXPECT_EQ(SessionStore::loadAll(directory).size(), 4u);
