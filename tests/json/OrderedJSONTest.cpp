@@ -6,14 +6,26 @@
 namespace pelmora {
 namespace {
 
+// Where parse() gave up, after checking that tryParse() agrees and that the
+// description names the same byte.
 std::int64_t failureOffset(std::string_view text) {
     EXPECT_FALSE(OrderedJSON::tryParse(text).has_value()) << text;
     try {
         OrderedJSON::parse(text);
     } catch (const JSONParseError& error) {
+        EXPECT_EQ(error.what(), "Invalid JSON near byte " + std::to_string(error.offset));
+        EXPECT_EQ(error.description(), error.what());
         return error.offset;
     }
     return -1;
+}
+
+std::string repeated(std::string_view unit, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += unit;
+    }
+    return text;
 }
 
 std::string nested(std::size_t depth, std::string_view leaf = "") {
@@ -23,20 +35,17 @@ std::string nested(std::size_t depth, std::string_view leaf = "") {
 TEST(OrderedJSONParse, KeepsOrderDuplicatesAndNumberSpelling) {
     auto number = [](const char* text) { return JSONValue::number(std::string(text)); };
     const JSONValue value = OrderedJSON::parse(
-        R"({"b": 1, "a": [1.50, 1e3, -0, 1E+2, 0.0, -12.5e-3], "k": "first", "k": "second"})");
-    EXPECT_EQ(value,
-              JSONValue::object({
-                  {"b", number("1")},
-                  {"a", JSONValue::array({number("1.50"), number("1e3"), number("-0"),
-                                          number("1E+2"), number("0.0"), number("-12.5e-3")})},
-                  {"k", JSONValue::string("first")},
-                  {"k", JSONValue::string("second")},
-              }));
+        " \t\r\n{\"b\": 1, \"a\": [1.50, 1e3, -0, 1E+2, -12.5e-3, {}, [], \"\", null, true],"
+        " \"k\": \"first\", \"k\": \"second\"} \n");
+    // clang-format off
+    EXPECT_EQ(value, JSONValue::object({
+        {"b", number("1")},
+        {"a", JSONValue::array({number("1.50"), number("1e3"), number("-0"), number("1E+2"),
+                                number("-12.5e-3"), JSONValue::object(), JSONValue::array(),
+                                JSONValue::string(""), JSONValue(), JSONValue::boolean(true)})},
+        {"k", JSONValue::string("first")}, {"k", JSONValue::string("second")}}));
+    // clang-format on
     EXPECT_EQ(*value.find("k")->stringValue(), "first");
-    EXPECT_EQ(OrderedJSON::parse(" \t\r\ntrue \n"), JSONValue::boolean(true));
-    EXPECT_EQ(OrderedJSON::parse("[{}, [], \"\", null]"),
-              JSONValue::array({JSONValue::object(), JSONValue::array(), JSONValue::string(""),
-                                JSONValue::null()}));
 }
 
 TEST(OrderedJSONParse, DecodesEscapesAndUnicode) {
@@ -61,34 +70,60 @@ TEST(OrderedJSONParse, ReportsTheByteWhereItGaveUp) {
     // Grouped by the offset at which parsing must stop. Invalid UTF-8
     // (overlong forms, encoded surrogates, past U+10FFFF, stray or cut-short
     // sequences) and lone or misordered surrogate escapes are errors too.
+    // clang-format off
     const std::pair<std::int64_t, std::vector<std::string_view>> cases[] = {
         {0, {"", "+1", ".5", "True", "NaN", "\xEF\xBB\xBF{}", "\xC3\xA9"}},
-        {1,
-         {"01", "-", "[,1]", "{1:2}", "{'a':1}", "[Infinity]", "\"\xC0\xAF\"", "\"\xC1\xBF\"",
-          "\"\xF5\x80\x80\x80\"", "\"\xFF\"", "\"\x80\"", R"("\uDC00")", R"("\uDE00\uD83D")"}},
-        {2,
-         {"-01", "1.", "1.e5", "1e", "\"a\tb\"", "\"a\nb\"", R"("\x")", "\"\\", "[1",
-          "\"\xE0\x80\xAF\"", "\"\xF0\x8F\xBF\xBF\"", "\"\xED\xA0\x80\"", "\"\xED\xBF\xBF\"",
-          "\"\xF4\x90\x80\x80\"", "\"\xC3\""}},
+        {1, {"01", "-", "[,1]", "{1:2}", "{'a':1}", "[Infinity]", "\"\xC0\xAF\"", "\"\xC1\xBF\"",
+             "\"\xF5\x80\x80\x80\"", "\"\xFF\"", "\"\x80\"", R"("\uDC00")", R"("\uDE00\uD83D")"}},
+        {2, {"-01", "1.", "1.e5", "1e", "\"a\tb\"", "\"a\nb\"", R"("\x")", "\"\\", "[1",
+             "\"\xE0\x80\xAF\"", "\"\xF0\x8F\xBF\xBF\"", "\"\xED\xA0\x80\"", "\"\xED\xBF\xBF\"",
+             "\"\xF4\x90\x80\x80\"", "\"\xC3\""}},
         {3, {"   ", "1e+", "[1,]", "[1 2]", "tru", "nulx", "{} {}", "\"\xE2\x82\"", "\"\xE2\x82"}},
-        {4, {"\"abc", "\"\xF0\x9F\x98"}},
-        {5, {"[1,2]x", R"({"a" 1})", R"("\u12G4")", R"("\u12")"}},
-        {7,
-         {R"({"a":1,})", R"("\uD800")", R"("\uD800x")", R"("\uD800\u0041")", R"("\uD800\uD800")",
-          R"("\uD800\n")"}},
-        {8, {R"(["ok", "\uDFFF"])", R"({"\uD83D": 1})"}},
-    };
+        {4, {"\"abc", "\"\xF0\x9F\x98"}}, {5, {"[1,2]x", R"({"a" 1})", R"("\u12G4")", R"("\u12")"}},
+        {7, {R"({"a":1,})", R"("\uD800")", R"("\uD800x")", R"("\uD800\u0041")", R"("\uD800\uD800")",
+             R"("\uD800\n")"}},
+        {8, {R"(["ok", "\uDFFF"])", R"({"\uD83D": 1})"}}};
+    // clang-format on
     for (const auto& [offset, texts] : cases) {
         for (std::string_view text : texts) {
             EXPECT_EQ(failureOffset(text), offset) << ::testing::PrintToString(std::string(text));
         }
     }
-    try {
-        OrderedJSON::parse("[1,2]x");
-        FAIL();
-    } catch (const JSONParseError& error) {
-        EXPECT_EQ(error.description(), "Invalid JSON near byte 5");
-        EXPECT_STREQ(error.what(), "Invalid JSON near byte 5");
+}
+
+TEST(OrderedJSONParse, DiagnosesWhatWasWrongAndWhere) {
+    // Lines count line feeds; columns count characters, not bytes.
+    // clang-format off
+    const std::pair<std::string, std::string_view> cases[] = {
+        {"{\"a\": 1,\n}", "expected a key in double quotes at line 2, column 1"},
+        {"{\n  \"hooks\": {\"Stop\": [] \"x\"}\n}",
+         "expected ',' or '}' after an object member at line 2, column 24"},
+        {"[1 2]", "expected ',' or ']' after an array element at line 1, column 4"},
+        {"{\"a\" 1}", "expected ':' after an object key at line 1, column 6"},
+        {"[1,]", "expected a value at line 1, column 4"},
+        {"[tru]", "expected 'true' at line 1, column 5"},
+        {"01", "a number cannot start with 0 followed by another digit at line 1, column 2"},
+        {"-a", "expected a digit in the number at line 1, column 2"},
+        {"\"caf\xC3\xA9 \\x\"", "invalid escape at line 1, column 8"},
+        {"\"\\u12G4\"", "expected four hexadecimal digits after \\u at line 1, column 6"},
+        {"\"\\uDC00\"", "unpaired surrogate in a \\u escape at line 1, column 2"},
+        {"\"e\xCC\x81\t\"", "unescaped control character in a string at line 1, column 3"},
+        {"[\"\xFF\"]", "invalid UTF-8 at line 1, column 3"},
+        {"{} {}", "trailing characters after the document at line 1, column 4"},
+        {"\r\n\"abc", "unterminated string at line 2, column 5"},
+        {"[1,", "unexpected end of the document: expected a value at line 1, column 4"},
+        {" \n ", "empty document at line 2, column 2"},
+        {"\xEF\xBB\xBF{}", "byte-order mark before the document at line 1, column 1"},
+        {nested(OrderedJSON::maxDepth + 1), "nesting deeper than 512 at line 1, column 513"}};
+    // clang-format on
+    for (const auto& [text, located] : cases) {
+        try {
+            OrderedJSON::parseDiagnosed(text);
+            ADD_FAILURE() << text;
+        } catch (const JSONParseError& error) {
+            EXPECT_EQ(error.located(), located);
+            EXPECT_EQ(error.offset, failureOffset(text)) << located;
+        }
     }
 }
 
@@ -98,37 +133,14 @@ TEST(OrderedJSONParse, LimitsNesting) {
     EXPECT_TRUE(OrderedJSON::tryParse(nested(limit)).has_value());
     EXPECT_EQ(failureOffset(nested(limit + 1)), static_cast<std::int64_t>(limit));
 
-    std::string objects;
-    for (std::size_t i = 0; i < limit; ++i) {
-        objects += R"({"a":)";
-    }
+    const std::string objects = repeated(R"({"a":)", limit);
     EXPECT_TRUE(OrderedJSON::tryParse(objects + "0" + std::string(limit, '}')).has_value());
     EXPECT_EQ(failureOffset(objects + "{}" + std::string(limit, '}')),
               static_cast<std::int64_t>(objects.size()));
 
     EXPECT_EQ(failureOffset(std::string(1'000'000, '[')), static_cast<std::int64_t>(limit));
-    std::string alternating;
-    for (int i = 0; i < 500'000; ++i) {
-        alternating += R"([{"":)";
-    }
-    EXPECT_EQ(failureOffset(alternating), static_cast<std::int64_t>(limit / 2 * 5));
-}
-
-TEST(OrderedJSONSerialize, WritesTheFixedStyle) {
-    auto written = [](std::string_view text, std::string_view indent) {
-        return OrderedJSON::serialize(OrderedJSON::parse(text), indent);
-    };
-    EXPECT_EQ(written(R"({"a":[]})", "  "), "{\n  \"a\": []\n}");
-    EXPECT_EQ(written("{}", "  "), "{}");
-    EXPECT_EQ(written("[]", "  "), "[]");
-    EXPECT_EQ(written("1.50", "  "), "1.50");
-    EXPECT_EQ(written(R"([true,false,null,{"x":{}}])", "\t"),
-              "[\n\ttrue,\n\tfalse,\n\tnull,\n\t{\n\t\t\"x\": {}\n\t}\n]");
-    EXPECT_EQ(written(R"({"k\n":null})", ""), "{\n\"k\\n\": null\n}");
-    const JSONValue text =
-        JSONValue::string("a/b \"q\" \\ \b\t\n\f\r \x01\x1F\x7F caf\xC3\xA9 \xF0\x9F\x98\x80");
-    EXPECT_EQ(OrderedJSON::serialize(text, "  "), R"("a/b \"q\" \\ \b\t\n\f\r \u0001\u001f)"
-                                                  "\x7F caf\xC3\xA9 \xF0\x9F\x98\x80\"");
+    EXPECT_EQ(failureOffset(repeated(R"([{"":)", 500'000)),
+              static_cast<std::int64_t>(limit / 2 * 5));
 }
 
 TEST(OrderedJSONSerialize, RealisticSettingsFileComesBackByteForByte) {
@@ -136,34 +148,33 @@ TEST(OrderedJSONSerialize, RealisticSettingsFileComesBackByteForByte) {
   "hooks": {
     "Stop": [
       {
-        "hooks": [
-          {
-            "type": "command",
-            "command": "/Users/me/Library/Application Support/Pelmora/bin/pelmora-hook --source claude",
-            "timeout": 1.50
-          }
-        ]
+        "command": "/Users/me/Library/Application Support/Pelmora/bin/pelmora-hook",
+        "timeout": 1.50
       }
     ]
   },
   "env": {
-    "Z_LAST": "1",
-    "A_FIRST": "caf\u00e9 ☕ \"quoted\" tab\there",
-    "MAX": 1e3,
-    "NEG": -0,
-    "BIG": 12345678901234567890123,
-    "EXP": 1E+2
-  },
-  "statusLine": null
+    "Z_LAST": "caf\u00e9 ☕ \"quoted\" tab\there",
+    "A_FIRST": [1e3, -0, 12345678901234567890123, 1E+2],
+    "NONE": [],
+    "EMPTY": {}
+  }
 })json";
-    const JSONValue value = OrderedJSON::parse(settings);
     std::string expected = settings;
     expected.replace(expected.find("\\u00e9"), 6, "\xC3\xA9");
-    EXPECT_EQ(OrderedJSON::serialize(value, "  "), expected);
-    EXPECT_EQ(OrderedJSON::parse(OrderedJSON::serialize(value, "\t")), value);
-    const std::string compact = OrderedJSON::serializeCompact(value);
-    EXPECT_NE(compact.find(R"("command":"\/Users\/me\/Library)"), std::string::npos);
-    EXPECT_EQ(OrderedJSON::serializeCompact(OrderedJSON::parse(compact)), compact);
+    expected.replace(expected.find("[1e3, -0, 12345678901234567890123, 1E+2]"), 40,
+                     "[\n      1e3,\n      -0,\n      12345678901234567890123,\n      1E+2\n    ]");
+    EXPECT_EQ(OrderedJSON::serialize(OrderedJSON::parse(settings), "  "), expected);
+
+    // Any unit, the empty one too; only quote, backslash and controls are escaped.
+    EXPECT_EQ(OrderedJSON::serialize(OrderedJSON::parse(R"([{"x":{}}])"), "\t"),
+              "[\n\t{\n\t\t\"x\": {}\n\t}\n]");
+    EXPECT_EQ(OrderedJSON::serialize(OrderedJSON::parse(R"({"k\n":true})"), ""),
+              "{\n\"k\\n\": true\n}");
+    const JSONValue text =
+        JSONValue::string("a/b \"q\" \\ \b\t\n\f\r \x01\x1F\x7F \xF0\x9F\x98\x80");
+    EXPECT_EQ(OrderedJSON::serialize(text, "  "), R"("a/b \"q\" \\ \b\t\n\f\r \u0001\u001f)"
+                                                  "\x7F \xF0\x9F\x98\x80\"");
 }
 
 TEST(OrderedJSONCompact, SortsKeysLikeThePlatformAndEscapesSlash) {
@@ -172,12 +183,17 @@ TEST(OrderedJSONCompact, SortsKeysLikeThePlatformAndEscapesSlash) {
     };
     EXPECT_EQ(compact(R"({"message":"see /tmp/x\n","interrupt":false,"behavior":"deny"})"),
               R"({"behavior":"deny","interrupt":false,"message":"see \/tmp\/x\n"})");
-    EXPECT_EQ(compact(R"({"a10":1,"B":2,"a2":3,"a":4,"_":5,"b1":[1.50,"\u0001",null,true,{}]})"),
-              R"({"_":5,"a":4,"a2":3,"a10":1,"B":2,"b1":[1.50,"\u0001",null,true,{}]})");
-    // Duplicates stay in their order; keys equal but for case fall back to bytes.
-    EXPECT_EQ(compact(R"({"k":1,"K":2,"k":3,"k":{"z":1,"y":2}})"),
-              R"({"K":2,"k":1,"k":3,"k":{"y":2,"z":1}})");
-    EXPECT_EQ(compact("[\"\xC3\xA9/\", []]"), "[\"\xC3\xA9\\/\",[]]");
+    // Digit runs compare by value, however long; letters without case, ASCII
+    // first; keys equal under those rules by their bytes; duplicates in order.
+    const std::string longRun = "x1" + std::string(23, '0'), shortRun = "x" + std::string(23, '9');
+    EXPECT_EQ(compact(R"({"v1.10":1,"b":2,"\u00e9":3,")" + longRun + R"(":4,"v1.9":5,"_":6,")" +
+                      shortRun + R"(":7})"),
+              R"({"_":6,"b":2,"v1.9":5,"v1.10":1,")" + shortRun + R"(":7,")" + longRun +
+                  "\":4,\"\xC3\xA9\":3}");
+    EXPECT_EQ(compact(R"({"k":1,"K":2,"a1":3,"A01":4,"k":{"z":1,"y":2}})"),
+              R"({"A01":4,"a1":3,"K":2,"k":1,"k":{"y":2,"z":1}})");
+    EXPECT_EQ(compact("[\"\xC3\xA9/\\u0001\", [], 1.50, null]"),
+              "[\"\xC3\xA9\\/\\u0001\",[],1.50,null]");
 }
 
 } // namespace
