@@ -23,12 +23,14 @@ namespace {
 
 using SessionStore::LoadResult;
 
+// Says why the file was skipped, so a person can mend or remove it.
 std::string problemText(const LoadResult& result) {
     const std::string file = printable(result.path.string());
+    const std::string why = result.reason.empty() ? "" : " (" + printable(result.reason) + ")";
     if (result.kind == LoadResult::Kind::unsupported) {
-        return "unsupported session file (another format version): " + file;
+        return "unsupported session file: " + file + why;
     }
-    return "corrupt session file: " + file;
+    return "skipped a damaged session file: " + file + why;
 }
 
 void dropTrailingSpaces(std::string& line) {

@@ -84,9 +84,12 @@ TEST(SessionsCommand, TableAndJSONLinesNewestFirst) {
               "Codex           payments  failed       4m  -\n"
               "                                                 error: failed to push some refs\n"
               "Grok Build      orders    done         3d  -     Rename\uFFFD[2J the module\n"
-              "corrupt session file: " +
-                  damaged + "broken.json\n" +
-                  "unsupported session file (another format version): " + damaged + "later.json\n")
+              "skipped a damaged session file: " +
+                  damaged +
+                  "broken.json (not JSON: unexpected end of the document: expected a key in double "
+                  "quotes at line 1, column 20)\n" +
+                  "unsupported session file: " + damaged +
+                  "later.json (schema version 2; this version reads 1)\n")
         << "no colours in a pipe, agent text made printable, lock files skipped";
 
     const Finished json = sessions(home, {"--json"});
