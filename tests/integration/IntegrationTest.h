@@ -1,48 +1,26 @@
 #pragma once
 
-// A home folder and a support directory of the test's own under /tmp, and
-// the real programs that read what the installers write.
+// A home folder and a support directory of the test's own, and the real
+// programs that read what the installers write.
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <unistd.h>
+
+#include "integration/InstallerFiles.h"
+#include "support/Files.h"
 
 namespace pelmora::testing {
 
 namespace fs = std::filesystem;
 
-struct Ran {
-    int status = -1;
-    std::string out; // standard output and standard error together
-};
-
-// Runs `command` through /bin/sh.
-inline Ran shell(const std::string& command) {
-    Ran ran;
-    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return ran;
-    }
-    char buffer[4096];
-    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        ran.out.append(buffer, got);
-    }
-    const int status = ::pclose(pipe);
-    ran.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return ran;
-}
-
 inline std::string quoted(const fs::path& path) {
-    std::string out = "'";
-    for (char c : path.string()) {
-        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return out + "'";
+    return InstallerFiles::shellQuoted(path.string());
 }
 
 class IntegrationTest : public ::testing::Test {
@@ -51,17 +29,14 @@ protected:
         char pattern[] = "/tmp/pelmora-integration-XXXXXX";
         ASSERT_NE(::mkdtemp(pattern), nullptr);
         temp = pattern;
-        home = temp / "home";
-        support = temp / "support";
-        fs::create_directories(home);
+        home = temp / "home", support = temp / "support", hook = temp / "app/pelmora-hook";
+        hookPath = hook.string();
         ::setenv("PELMORA_HOME", support.c_str(), 1);
-        hook = temp / "app" / "pelmora-hook";
         put(hook, "#!/bin/sh\n");
         fs::permissions(hook, fs::perms(0755));
     }
     void TearDown() override {
-        ::unsetenv("PELMORA_HOME");
-        shell("chattr -R -i " + quoted(temp) + " >/dev/null");
+        shell("chattr -R -i " + quoted(temp));
         fs::remove_all(temp);
     }
 
@@ -69,13 +44,7 @@ protected:
         fs::create_directories(file.parent_path());
         std::ofstream(file, std::ios::binary) << text;
     }
-    static std::string get(const fs::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-    // Names in a folder, sorted; none when it is missing.
+    static std::string get(const fs::path& file) { return Files::read(file).value_or("<none>"); }
     static std::vector<std::string> names(const fs::path& folder) {
         std::vector<std::string> found;
         std::error_code error;
@@ -85,22 +54,34 @@ protected:
         std::sort(found.begin(), found.end());
         return found;
     }
-    // Python's strict readers stand in for the agents' own: `module` is
-    // "json" or "tomllib"; the output is what `expression` (over `data`) prints.
-    Ran python(const std::string& module, const fs::path& file,
-               const std::string& expression = "''") const {
-        put(temp / "check.py", "import sys, json, tomllib\nwith open(sys.argv[1], 'rb') as f:\n"
-                               "    data = " +
-                                   module + ".load(f)\nprint(" + expression + ", end='')\n");
-        // Debian's interpreter when there is one: version managers' shims are slow.
-        const char* python = fs::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3";
-        return shell(std::string(python) + " " + quoted(temp / "check.py") + " " + quoted(file));
+    // The message of what `action` throws ("" for nothing).
+    static std::string errorOf(const std::function<void()>& action) {
+        try {
+            action();
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "";
+    }
+    // Runs `command` through /bin/sh: its exit status; its output and errors in `output`.
+    int shell(const std::string& command) {
+        const int status = std::system((command + " >" + quoted(temp / "out") + " 2>&1").c_str());
+        output = get(temp / "out");
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    // What `expr` prints of `data`, the file as Python's strict json (or, for
+    // .toml, tomllib) reads it; Debian's Python when there is one (shims are slow).
+    std::string python(const fs::path& file, const std::string& expr) {
+        put(temp / "check.py", "import sys, json, tomllib\ndata = " +
+                                   std::string(file.extension() == ".toml" ? "tomllib" : "json") +
+                                   ".load(open(sys.argv[1], 'rb'))\nprint(" + expr + ", end='')\n");
+        shell(std::string(fs::exists("/usr/bin/python3") ? "/usr/bin/python3" : "python3") + " " +
+              quoted(temp / "check.py") + " " + quoted(file));
+        return output;
     }
 
-    fs::path temp;
-    fs::path home;
-    fs::path support;
-    fs::path hook;
+    fs::path temp, home, support, hook;
+    std::string hookPath, output;
 };
 
 } // namespace pelmora::testing
