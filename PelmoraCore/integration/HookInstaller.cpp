@@ -1,9 +1,11 @@
 #include "integration/HookInstaller.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,27 +69,92 @@ JSONValue hookGroup(std::string_view command, int timeout) {
     return JSONValue::object({{"hooks", JSONValue::array({std::move(hook)})}});
 }
 
+// One member of the hooks object with its managed hooks taken out; `emptied`
+// when that took its last entry. Such a member keeps its place as an empty
+// array: removing drops it, installing refills it where it stood, so that
+// installing again changes no byte.
+struct Stripped {
+    JSONMember member;
+    bool emptied = false;
+    bool changed = false;
+};
+
+Stripped strippedMember(const JSONMember& event) {
+    const Elements* entries = event.value.arrayElements();
+    if (entries == nullptr) {
+        return {event};
+    }
+    bool changed = false;
+    Elements remaining;
+    for (const JSONValue& entry : *entries) {
+        if (isManaged(entry)) {
+            changed = true;
+            continue;
+        }
+        const JSONValue* hooks = entry.find("hooks");
+        if (hooks == nullptr || !hooks->isArray()) {
+            remaining.push_back(entry);
+            continue;
+        }
+        Elements users;
+        for (const JSONValue& hook : *hooks->arrayElements()) {
+            if (!isManaged(hook)) {
+                users.push_back(hook);
+            }
+        }
+        if (users.size() == hooks->arrayElements()->size()) {
+            remaining.push_back(entry);
+            continue;
+        }
+        changed = true;
+        // A group left with only the user's hooks stays; one left empty goes.
+        if (!users.empty()) {
+            JSONValue group = entry;
+            group.set("hooks", JSONValue::array(std::move(users)));
+            remaining.push_back(std::move(group));
+        }
+    }
+    if (!changed) {
+        return {event};
+    }
+    const bool emptied = remaining.empty();
+    return {{event.key, JSONValue::array(std::move(remaining))}, emptied, true};
+}
+
 JSONValue merged(const JSONValue& root, const std::vector<std::string>& events,
                  std::string_view command, const KeyPath& container,
                  const std::optional<KeyPath>& enableFlag,
                  const std::function<int(const std::string&)>& timeoutOf) {
-    JSONValue result = removing(root, container);
-    if (!result.isObject()) {
-        result = JSONValue::object();
-    }
+    JSONValue result = root.isObject() ? root : JSONValue::object();
     const JSONValue* existing = result.value(container);
-    JSONValue hooks = existing != nullptr && existing->isObject() ? *existing : JSONValue::object();
+    std::vector<Stripped> members;
+    if (existing != nullptr && existing->isObject()) {
+        for (const JSONMember& event : *existing->objectMembers()) {
+            members.push_back(strippedMember(event));
+        }
+    }
     for (const std::string& event : events) {
-        const JSONValue* current = hooks.find(event);
-        Elements groups =
-            current != nullptr && current->isArray() ? *current->arrayElements() : Elements{};
-        groups.push_back(hookGroup(command, timeoutOf(event)));
-        hooks.set(event, JSONValue::array(std::move(groups)));
+        auto found = std::find_if(members.begin(), members.end(),
+                                  [&](const Stripped& m) { return m.member.key == event; });
+        if (found == members.end()) {
+            members.push_back({{event, JSONValue::array()}});
+            found = std::prev(members.end());
+        } else if (!found->member.value.isArray()) {
+            found->member.value = JSONValue::array();
+        }
+        found->member.value.arrayElements()->push_back(hookGroup(command, timeoutOf(event)));
+        found->emptied = false;
+    }
+    JSONValue::Members kept;
+    for (Stripped& stripped : members) {
+        if (!stripped.emptied) {
+            kept.push_back(std::move(stripped.member));
+        }
     }
     if (container.empty()) {
-        result = std::move(hooks);
+        result = JSONValue::object(std::move(kept));
     } else {
-        result.set(container, std::move(hooks));
+        result.set(container, JSONValue::object(std::move(kept)));
     }
     if (enableFlag) {
         result.set(*enableFlag, JSONValue::boolean(true));
@@ -253,7 +320,7 @@ FileChange planInstall(const HookTarget& target, std::string_view hookPath) {
     case HookTarget::Kind::kimiTOML: {
         FileChange change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
         const std::string current = change.before.value_or("");
-        if (kimiDefinesInlineHooks(kimiRemovingBlock(current))) {
+        if (kimiDefinesInlineHooks(kimiRemovingBlocks(current))) {
             throw Error(std::string(kimiInlineHooksError), target.fileURL);
         }
         change.after = kimiInstalling(current, target.events, command(target.source, hookPath));
@@ -280,7 +347,7 @@ FileChange planUninstall(const HookTarget& target) {
     case HookTarget::Kind::kimiTOML: {
         FileChange change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
         if (change.before) {
-            change.after = kimiRemovingBlock(*change.before);
+            change.after = kimiRemovingBlocks(*change.before);
         }
         return change;
     }
@@ -354,54 +421,19 @@ JSONValue removing(const JSONValue& root, const KeyPath& container) {
     bool dropped = false;
     JSONValue::Members kept;
     for (const JSONMember& event : *events->objectMembers()) {
-        const Elements* entries = event.value.arrayElements();
-        if (entries == nullptr) {
-            kept.push_back(event);
-            continue;
-        }
-        bool changed = false;
-        Elements remaining;
-        for (const JSONValue& entry : *entries) {
-            if (isManaged(entry)) {
-                changed = true;
-                continue;
-            }
-            const JSONValue* hooks = entry.find("hooks");
-            if (hooks == nullptr || !hooks->isArray()) {
-                remaining.push_back(entry);
-                continue;
-            }
-            Elements users;
-            for (const JSONValue& hook : *hooks->arrayElements()) {
-                if (!isManaged(hook)) {
-                    users.push_back(hook);
-                }
-            }
-            if (users.size() == hooks->arrayElements()->size()) {
-                remaining.push_back(entry);
-                continue;
-            }
-            changed = true;
-            if (!users.empty()) {
-                JSONValue group = entry;
-                group.set("hooks", JSONValue::array(std::move(users)));
-                remaining.push_back(std::move(group));
-            }
-        }
-        dropped = dropped || changed;
-        if (!changed) {
-            kept.push_back(event);
-        } else if (!remaining.empty()) {
-            kept.push_back({event.key, JSONValue::array(std::move(remaining))});
+        Stripped stripped = strippedMember(event);
+        dropped = dropped || stripped.changed;
+        if (!stripped.emptied) {
+            kept.push_back(std::move(stripped.member));
         }
     }
     if (!dropped) {
         return root;
     }
-    JSONValue result = root;
     if (container.empty()) {
         return JSONValue::object(std::move(kept));
     }
+    JSONValue result = root;
     result.set(container,
                kept.empty() ? std::nullopt : std::optional(JSONValue::object(std::move(kept))));
     return result;

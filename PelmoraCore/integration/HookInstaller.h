@@ -89,7 +89,8 @@ bool isManaged(const JSONValue& hook);
 
 // The merge: managed hooks removed first (so a stale command is replaced,
 // never duplicated), then one group {"hooks": [{"type", "command",
-// "timeout"}]} appended to each event's array, after the user's groups.
+// "timeout"}]} appended to each event's array, after the user's groups. An
+// event (or the hooks object) that held only managed hooks keeps its place.
 // Blocking events get HookTarget::blockingTimeout seconds, others
 // shortTimeout; the target's form writes them in the agent's unit.
 JSONValue installing(const JSONValue& root, const std::vector<std::string>& events,
@@ -142,6 +143,9 @@ std::string tomlString(std::string_view text);
 std::string kimiBlock(const std::vector<std::string>& events, std::string_view command);
 // The text without its first complete block and the blank line before it.
 std::string kimiRemovingBlock(std::string_view text);
+// Without every complete block: a block copied by hand must not survive an
+// install (which would then no longer be idempotent) or an uninstall.
+std::string kimiRemovingBlocks(std::string_view text);
 // A line `hooks = ...`: hooks defined inline, which [[hooks]] tables would clash with.
 bool kimiDefinesInlineHooks(std::string_view text);
 // The file's text with the block (re)placed at its end, after one blank

@@ -100,6 +100,15 @@ std::string kimiRemovingBlock(std::string_view text) {
     return before.append(after);
 }
 
+std::string kimiRemovingBlocks(std::string_view text) {
+    std::string result(text);
+    for (std::string next = kimiRemovingBlock(result); next != result;
+         next = kimiRemovingBlock(result)) {
+        result = std::move(next);
+    }
+    return result;
+}
+
 bool kimiDefinesInlineHooks(std::string_view text) {
     bool found = false;
     forEachLine(text, [&](std::string_view line) {
@@ -111,8 +120,14 @@ bool kimiDefinesInlineHooks(std::string_view text) {
 
 std::string kimiInstalling(std::string_view text, const std::vector<std::string>& events,
                            std::string_view command) {
-    std::string result = kimiRemovingBlock(text);
+    std::string result = kimiRemovingBlocks(text);
     if (!result.empty()) {
+        // One blank line before the block, however many the file ended
+        // with: removal keeps one line feed, so a second install must find
+        // the same text before the block as the first wrote.
+        while (result.ends_with("\n\n")) {
+            result.pop_back();
+        }
         if (!result.ends_with('\n')) {
             result += '\n';
         }
