@@ -8,8 +8,7 @@ HookTarget HookTarget::target(Source source, const std::filesystem::path& home) 
     const Agents::Row& row = Agents::row(isAgent(source) ? source : Source::claude);
     HookTarget target;
     target.source = row.source;
-    target.fileURL = row.source == Source::kimi ? PelmoraPaths::kimiConfig(home)
-                                                : home / row.configDirectory / row.configFile;
+    target.fileURL = PelmoraPaths::configFile(row.source, home).value_or(std::filesystem::path());
     target.events.assign(row.hookEvents.begin(), row.hookEvents.end());
     target.ownsFile = row.ownsFile;
     target.kind = row.hookFormat;
