@@ -12,6 +12,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "common/Fixtures.h"
 #include "integration/InstallerFiles.h"
 #include "support/Files.h"
 
@@ -26,19 +27,14 @@ inline std::string quoted(const fs::path& path) {
 class IntegrationTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pelmora-integration-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        temp = pattern;
+        temp = tempHome.path();
         home = temp / "home", support = temp / "support", hook = temp / "app/pelmora-hook";
         hookPath = hook.string();
         ::setenv("PELMORA_HOME", support.c_str(), 1);
         put(hook, "#!/bin/sh\n");
         fs::permissions(hook, fs::perms(0755));
     }
-    void TearDown() override {
-        shell("chattr -R -i " + quoted(temp));
-        fs::remove_all(temp);
-    }
+    void TearDown() override { shell("chattr -R -i " + quoted(temp)); }
 
     static void put(const fs::path& file, const std::string& text) {
         fs::create_directories(file.parent_path());
@@ -80,6 +76,7 @@ protected:
         return output;
     }
 
+    TempHome tempHome;
     fs::path temp, home, support, hook;
     std::string hookPath, output;
 };
