@@ -60,7 +60,8 @@
 //   was given (start->parsed()). Help and usage errors name the whole path.
 // - A command that runs another command line (`pelmora run make -j4`) calls
 //   app.prefix_command(); its run function finds the words after its own
-//   in app.remaining(), since `app` outlives the run function.
+//   in app.remaining(), since `app` outlives the run function, or, when
+//   they came after "--" (`pelmora run -- make`), in its parent's.
 // - Results go to stdout, problems to stderr. Text from agents and files
 //   goes through printable() (Terminal.h); sessions look the same in every
 //   view through SessionRows.h and Style.h.

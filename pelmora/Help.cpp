@@ -59,6 +59,9 @@ public:
             out += " " + word;
             lineLength += 1 + word.size();
         }
+        if (app->get_prefix_command()) {
+            out += " [--] CMD [ARGUMENT]...";
+        }
         return out + "\n";
     }
 };

@@ -110,10 +110,13 @@ struct Stray {
 
 // Every command allows extras, so that a stray word is named here as what
 // it most likely is, and where, rather than listed by CLI11. A prefix
-// command keeps the words after its own for itself.
+// command keeps the words after its own for itself; those after a "--"
+// CLI11 2.1 leaves with pelmora itself, for the command to take from there.
 std::optional<Stray> strayWord(const CLI::App& app) {
     const std::vector<CLI::App*> chosen = chosenCommands(app);
-    for (std::size_t level = 0; level <= chosen.size(); ++level) {
+    const bool afterPrefixMark = !chosen.empty() && chosen.back()->get_prefix_command() &&
+                                 chosen.back()->remaining().empty();
+    for (std::size_t level = afterPrefixMark ? 1 : 0; level <= chosen.size(); ++level) {
         const CLI::App& command = level == 0 ? app : *chosen[level - 1];
         const std::vector<std::string> stray = command.remaining();
         if (stray.empty() || command.get_prefix_command()) {
