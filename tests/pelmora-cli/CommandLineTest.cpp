@@ -39,8 +39,9 @@ TEST(CommandLine, HelpIsTheSameTextHoweverItIsAskedFor) {
     }
 
     EXPECT_EQ(overview.rfind("usage: pelmora <command> [options]\n", 0), 0u) << overview;
-    EXPECT_TRUE(std::regex_search(overview, std::regex("\n  sessions +\\w.*\n  approvals +\\w.*\n"
-                                                       "  paths +\\w.*\n  help +\\w")))
+    EXPECT_TRUE(
+        std::regex_search(overview, std::regex("\n  sessions +\\w.*\n  approvals +\\w.*\n"
+                                               "(  \\w+ +\\w.*\n)*  paths +\\w.*\n  help +\\w")))
         << "every command, with its summary, in the table's order";
     // Spelled from the declared options: required, optional, repeatable.
     EXPECT_EQ(approvals.rfind(
@@ -65,6 +66,9 @@ TEST(CommandLine, UsageErrorsNameTheProblemAndWhereHelpIs) {
         {"--bogus sessions", 2, "pelmora: unknown option '--bogus'\n"},
         {"sessions --all", 2, "pelmora: sessions: unknown option '--all'\n"},
         {"paths extra", 2, "pelmora: paths: unexpected argument 'extra'\n"},
+        {"scan a b", 2, "pelmora: scan: unexpected argument 'b'\n"},
+        {"changes --all", 2, "pelmora: changes: unknown option '--all'\n"},
+        {"run --", 2, "pelmora: run: needs the command to run: pelmora run -- CMD...\n"},
         {"approvals --message why", 2, "pelmora: approvals: --answer is required\n"},
         {"approvals --answer", 2, "pelmora: approvals: --answer needs a value\n"},
         {"approvals --answer maybe", 2,
