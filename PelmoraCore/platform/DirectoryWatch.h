@@ -1,13 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 // Tells a poll() loop that a folder may have changed, through one
 // descriptor. Linux watches the folder itself (inotify); macOS listens for
 // the change notification that every writer of the folder posts, so the
 // notch app and the companion wake on the same event.
 //
-//     DirectoryWatch watch(sessions, "com.pelmora.state-changed");
+//     DirectoryWatch watch(sessions, "com.pelmora.state-changed", ".json");
 //     pollfd entry{watch.fd(), POLLIN, 0};
 //     if (::poll(&entry, 1, 1000) > 0 && watch.drain()) {
 //         rescan();
@@ -19,9 +20,13 @@ namespace pelmora::platform {
 
 class DirectoryWatch {
 public:
-    // Throws pelmora::Error when the folder (which must exist) cannot be
-    // watched or the notification cannot be registered.
-    DirectoryWatch(const std::filesystem::path& directory, const char* notificationName);
+    // Only changes to names that end in `suffix` count where the system
+    // names them (Linux), so a writer's temporary and lock files do not
+    // wake the reader three times for one replace. Throws pelmora::Error
+    // when the folder (which must exist) cannot be watched or the
+    // notification cannot be registered.
+    DirectoryWatch(const std::filesystem::path& directory, const char* notificationName,
+                   std::string suffix = {});
     ~DirectoryWatch();
     DirectoryWatch(const DirectoryWatch&) = delete;
     DirectoryWatch& operator=(const DirectoryWatch&) = delete;
@@ -40,6 +45,7 @@ public:
 
 private:
     std::filesystem::path directory_;
+    std::string suffix_;
     int fd_ = -1;
     int watch_ = -1; // the inotify watch, or the notification's token
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <notify.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/DirectoryWatch.h"
 #include "platform/Error.h"
@@ -12,11 +13,14 @@ namespace pelmora::platform {
 // Every writer of the sessions folder posts the notification after its
 // rename; the folder itself is not watched (an FSEvents stream would need
 // a run loop, and kqueue a descriptor per file).
-DirectoryWatch::DirectoryWatch(const std::filesystem::path& directory, const char* notificationName)
-    : directory_(directory) {
+DirectoryWatch::DirectoryWatch(const std::filesystem::path& directory, const char* notificationName,
+                               std::string suffix)
+    : directory_(directory), suffix_(std::move(suffix)) {
     if (::notify_register_file_descriptor(notificationName, &fd_, 0, &watch_) != NOTIFY_STATUS_OK) {
         throw Error("cannot register for the change notification", directory_);
     }
+    // The notification names no file, so there is nothing to filter by.
+    static_cast<void>(suffix_);
     // Reads must never block the loop that drains them.
     ::fcntl(fd_, F_SETFL, ::fcntl(fd_, F_GETFL) | O_NONBLOCK);
     ::fcntl(fd_, F_SETFD, FD_CLOEXEC);

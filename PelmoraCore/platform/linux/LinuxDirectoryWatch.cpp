@@ -2,8 +2,10 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <sys/inotify.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/DirectoryWatch.h"
 #include "platform/Error.h"
@@ -19,8 +21,10 @@ constexpr std::uint32_t folderEvents = IN_CREATE | IN_DELETE | IN_MOVED_TO | IN_
 
 } // namespace
 
-DirectoryWatch::DirectoryWatch(const std::filesystem::path& directory, const char*)
-    : directory_(directory), fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+DirectoryWatch::DirectoryWatch(const std::filesystem::path& directory, const char*,
+                               std::string suffix)
+    : directory_(directory), suffix_(std::move(suffix)),
+      fd_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
     if (fd_ < 0) {
         throw Error(std::string("cannot watch the folder: ") + std::strerror(errno), directory_);
     }
@@ -53,10 +57,14 @@ bool DirectoryWatch::drain() {
         if (got <= 0) {
             return changed;
         }
-        changed = true;
         for (ssize_t offset = 0; offset < got;) {
             inotify_event event{};
             std::memcpy(&event, buffer + offset, sizeof event);
+            // The name is padded with NULs to its length.
+            const std::string_view name(buffer + offset + sizeof event,
+                                        ::strnlen(buffer + offset + sizeof event, event.len));
+            // An event without a name is the folder's own: it went away.
+            changed = changed || event.len == 0 || name.ends_with(suffix_);
             // The kernel drops the watch once the folder is gone.
             if ((event.mask & IN_IGNORED) != 0 && event.wd == watch_) {
                 watch_ = -1;
