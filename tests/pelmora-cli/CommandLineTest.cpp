@@ -79,6 +79,13 @@ TEST(CommandLine, UsageErrorsNameTheProblemAndWhereHelpIs) {
          "pelmora: approvals: --timeout must be a number of seconds above 0\n"},
         {"approvals --answer deny --answers a b", 2,
          "pelmora: approvals: unexpected argument 'b'\n"},
+        {"watch extra", 2, "pelmora: watch: unexpected argument 'extra'\n"},
+        {"line --colour rainbow", 2, "pelmora: line: --colour must be auto, never, ansi or tmux\n"},
+        // The alert's own words, whatever CLI11 would have said.
+        {"alert", 3, "pelmora: refused: title is required (1 to 16 characters)\n"},
+        {"alert Deploy --colour red", 3, "pelmora: refused: unknown option --colour\n"},
+        {"alert a b c", 3, "pelmora: refused: unexpected argument \"c\"\n"},
+        {"alert pelmora://alert?title=a&x=1", 3, "pelmora: refused: unknown parameter \"x\"\n"},
         // Read as written: not octal, and the last of a repeated option counts.
         {"approvals --answer deny --count 010 --timeout 9 --timeout 0.1", 0,
          "pelmora: stopped after 0.1 s with 0 of 10 request(s) answered\n"},
