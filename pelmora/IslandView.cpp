@@ -37,6 +37,18 @@ AlertKind alertKind(const SessionRecord& record) {
     return record.lastEvent == "action" ? AlertKind::action : AlertKind::info;
 }
 
+std::string alertWord(AlertKind kind) {
+    switch (kind) {
+    case AlertKind::fail:
+        return "fail";
+    case AlertKind::action:
+        return "action";
+    case AlertKind::info:
+        return "info";
+    }
+    return "";
+}
+
 Style alertStyle(AlertKind kind) {
     switch (kind) {
     case AlertKind::fail:
@@ -175,7 +187,7 @@ void addPrimary(Lines& out, const IslandItem& item, const IslandScene& scene) {
     const SessionRecord& record = item.record;
     const Face face = faceOf(item, scene.island, scene.unicode);
     const bool alert = IslandModel::isAlert(record);
-    const std::string state = alert                         ? std::string(*record.lastEvent)
+    const std::string state = alert                         ? alertWord(alertKind(record))
                               : scene.island.isGone(record) ? "gone"
                                                             : std::string(rawValue(item.display));
     ScreenLine first{{std::string(face.mark) + " ", face.style}, {face.name, bold}};

@@ -40,9 +40,10 @@ struct LineOptions {
     std::string idle;
 };
 
-// A process that lives for one line reads the folder cold; 500 sessions
-// take a few milliseconds (bench/IslandBench), so no cache is kept between
-// runs.
+// A process that lives for one line reads the folder cold. No cache is
+// kept between runs: it could be trusted only after a stat of every file,
+// so it would save only the reads, and a cold read of 500 sessions is
+// already cheap enough to run every second (bench/IslandBench).
 int runLine(const LineOptions& options) {
     IslandModel island(PelmoraPaths::sessionsDirectory());
     island.rescan();
