@@ -15,6 +15,7 @@ public:
         column_width(24);
         label("REQUIRED", "(required)");
         label("Positionals", "arguments");
+        label("prefix words", "[--] CMD [ARGUMENT]...");
     }
 
     std::string make_help(const CLI::App* app, std::string name,
@@ -60,7 +61,7 @@ public:
             lineLength += 1 + word.size();
         }
         if (app->get_prefix_command()) {
-            out += " [--] CMD [ARGUMENT]...";
+            out += " " + get_label("prefix words");
         }
         return out + "\n";
     }

@@ -11,6 +11,13 @@ namespace pelmora::cli {
 //
 //     usage: pelmora approvals --answer allow|allowAlways|deny|ask [--message TEXT]
 //                              [--answers TEXT]... [--count N] [--timeout SECONDS]
+//
+// A prefix command's usage ends in the words it takes, "[--] CMD
+// [ARGUMENT]..." unless it gives its own formatter another label:
+//
+//     auto formatter = helpFormatter();
+//     formatter->label("prefix words", "TITLE [BODY] [OPTION]...");
+//     app.formatter(formatter);
 std::shared_ptr<CLI::Formatter> helpFormatter();
 
 } // namespace pelmora::cli
