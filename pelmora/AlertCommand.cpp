@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Help.h"
 #include "alert/AlertClient.h"
 #include "alert/AlertValidation.h"
 #include "hook/PelmoraPaths.h"
@@ -46,16 +47,28 @@ int runAlert(const std::vector<std::string>& words) {
 // its own messages ("unknown option --x") are the ones people see.
 Run declareAlert(CLI::App& app) {
     app.prefix_command();
-    return [&app] { return runAlert(app.remaining()); };
+    auto formatter = helpFormatter();
+    formatter->label("prefix words", "TITLE [BODY] [OPTION]...");
+    app.formatter(formatter);
+    return [&app] {
+        std::vector<std::string> words = app.remaining();
+        // CLI11 hands the words after a leading "--" to pelmora itself and
+        // drops the "--", which to the validator still ends the options.
+        if (words.empty() && app.get_parent() != nullptr &&
+            !app.get_parent()->remaining().empty()) {
+            words = app.get_parent()->remaining();
+            words.insert(words.begin(), "--");
+        }
+        return runAlert(words);
+    };
 }
 
 } // namespace
 
 const Command alertCommand{
     "alert", "show a short alert on the island",
-    "    pelmora alert TITLE [BODY] [--level info|action|fail] [--open PATH]\n"
-    "                  [--id ID] [--ttl SECONDS]\n"
-    "    pelmora alert 'pelmora://alert?title=...&body=...&level=...'\n"
+    "OPTION is --level info|action|fail, --open PATH, --id ID or --ttl SECONDS. One\n"
+    "link can stand for them all: pelmora alert 'pelmora://alert?title=...&level=...'\n"
     "\n"
     "The title has 1 to 16 characters, the body up to 80. An alert shows for --ttl\n"
     "seconds (0 to 86400; 0 until dismissed; by default 4 for info, 30 for action,\n"

@@ -86,6 +86,7 @@ TEST(CommandLine, UsageErrorsNameTheProblemAndWhereHelpIs) {
         {"alert Deploy --colour red", 3, "pelmora: refused: unknown option --colour\n"},
         {"alert a b c", 3, "pelmora: refused: unexpected argument \"c\"\n"},
         {"alert pelmora://alert?title=a&x=1", 3, "pelmora: refused: unknown parameter \"x\"\n"},
+        {"alert -- --title", 1, "pelmora: Pelmora is not running\n"}, // a title after all
         // Read as written: not octal, and the last of a repeated option counts.
         {"approvals --answer deny --count 010 --timeout 9 --timeout 0.1", 0,
          "pelmora: stopped after 0.1 s with 0 of 10 request(s) answered\n"},
