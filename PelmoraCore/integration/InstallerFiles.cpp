@@ -102,7 +102,12 @@ void HookInstaller::writeText(std::string_view text, const path& url) {
     const path file = InstallerFiles::resolvingLinks(url);
     const path folder = file.has_parent_path() ? file.parent_path() : path(".");
     Files::ensureDirectory(folder, 0700);
-    const path temporary = folder / ("." + file.filename().string() + ".pelmora.tmp");
+    // Appended piece by piece: GCC 12 at -O3 misreads "." + a temporary
+    // string as an overlapping copy (-Wrestrict) and -Werror stops the build.
+    std::string temporaryName = ".";
+    temporaryName += file.filename().native();
+    temporaryName += ".pelmora.tmp";
+    const path temporary = folder / temporaryName;
 
     // O_NOFOLLOW: a link planted under the temporary name must not carry the
     // write somewhere else. Whatever stands there and cannot be opened (a
