@@ -24,9 +24,17 @@ IslandModel::IslandModel(std::filesystem::path sessionsDirectory, SchedulerConfi
     : directory_(std::move(sessionsDirectory)), config_(config) {}
 
 void IslandModel::rescan() {
+    take(SessionStore::loadAll(directory_, cache_));
+}
+
+void IslandModel::reread(const std::set<std::string>& names) {
+    take(SessionStore::reload(directory_, cache_, names));
+}
+
+void IslandModel::take(std::vector<SessionStore::LoadResult> results) {
     records_.clear();
     unreadable_ = 0;
-    for (SessionStore::LoadResult& result : SessionStore::loadAll(directory_, cache_)) {
+    for (SessionStore::LoadResult& result : results) {
         if (result.record) {
             records_.push_back(std::move(*result.record));
         } else if (result.kind == SessionStore::LoadResult::Kind::corrupt) {

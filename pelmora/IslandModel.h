@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -41,6 +42,9 @@ public:
     // Reads the folder again through the store's cache: only files whose
     // date or size changed are read.
     void rescan();
+    // Looks again at the named session files alone (a change notice named
+    // them), so a change costs a stat of one file, not of the whole folder.
+    void reread(const std::set<std::string>& names);
     // Files that could not be read as sessions at the last rescan.
     std::size_t unreadable() const { return unreadable_; }
 
@@ -71,6 +75,9 @@ public:
     static bool isAlert(const SessionRecord& record);
 
 private:
+    // The records of a scan or reread, and what follows from them.
+    void take(std::vector<SessionStore::LoadResult> results);
+
     struct Alert {
         SessionRecord record;
         std::optional<double> expiresAt;

@@ -293,9 +293,14 @@ private:
         if ((entries[0].revents & POLLIN) != 0) {
             readKeys();
         }
-        if ((entries[1].revents & POLLIN) != 0 && folder_.drain()) {
-            island_.rescan();
-            changed_ = true;
+        if ((entries[1].revents & POLLIN) != 0) {
+            const platform::DirectoryWatch::Changes changes = folder_.drain();
+            if (changes.everything) {
+                island_.rescan();
+            } else if (!changes.names.empty()) {
+                island_.reread(changes.names);
+            }
+            changed_ = changed_ || changes.any();
         }
         if ((entries[2].revents & POLLIN) != 0) {
             accept(approvals_, Channel::approval, now);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <string>
 
 // Tells a poll() loop that a folder may have changed, through one
@@ -10,12 +11,14 @@
 //
 //     DirectoryWatch watch(sessions, "com.pelmora.state-changed", ".json");
 //     pollfd entry{watch.fd(), POLLIN, 0};
-//     if (::poll(&entry, 1, 1000) > 0 && watch.drain()) {
-//         rescan();
+//     if (::poll(&entry, 1, 1000) > 0) {
+//         DirectoryWatch::Changes changes = watch.drain();
+//         if (changes.everything) { rescan(); } else { reread(changes.names); }
 //     }
 //
-// A notice says only "look again": bursts are coalesced and no file names
-// are kept, so the reader rescans the folder, which its cache makes cheap.
+// Bursts are coalesced. Where the system names the files that changed
+// (Linux), the reader need look at those alone; where it cannot (macOS, or
+// a queue that overflowed), it rescans the whole folder.
 namespace pelmora::platform {
 
 class DirectoryWatch {
@@ -34,8 +37,16 @@ public:
     // Readable when a notice is pending; never blocks a read.
     int fd() const { return fd_; }
 
-    // Takes every pending notice; true when any arrived.
-    bool drain();
+    struct Changes {
+        // The names (within the folder) of the files that changed, ending in
+        // the suffix, when `everything` is false.
+        std::set<std::string> names;
+        // Something changed that the names do not tell: read it all again.
+        bool everything = false;
+        bool any() const { return everything || !names.empty(); }
+    };
+    // Takes every pending notice.
+    Changes drain();
 
     // False once the folder itself was removed or moved away: Linux then
     // stops watching it. rearm() tries again, and is true when the folder

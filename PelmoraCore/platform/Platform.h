@@ -41,6 +41,17 @@ ssize_t sendNoSignal(int socketFD, const void* bytes, std::size_t count);
 // recorded it; none when the kernel will not say.
 std::optional<std::uint32_t> peerUserID(int socketFD);
 
+// A file's content-modification time (seconds since 1970, with the
+// nanoseconds the system keeps) and size, from one stat; none when it
+// cannot be read. Readers that rescan a folder often compare these to tell
+// a file they have read before from one that changed.
+struct FileStamp {
+    double modified = 0;
+    std::int64_t size = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+std::optional<FileStamp> fileStamp(const std::filesystem::path& file);
+
 // From the password database, never from the environment.
 std::filesystem::path homeDirectory();
 std::uint32_t userID();

@@ -134,6 +134,31 @@ void removeAbandonedTemporary(const std::filesystem::directory_entry& entry) {
     std::filesystem::remove(entry.path(), error);
 }
 
+// What the cache compares to tell a file it has read from one that changed:
+// the modification time (the distant past when unknown) and the size.
+struct Stamp {
+    double modified = distantPast;
+    std::int64_t size = 0;
+};
+
+Stamp stampOf(const path& file) {
+    const std::optional<platform::FileStamp> stamp = platform::fileStamp(file);
+    return stamp ? Stamp{stamp->modified, stamp->size} : Stamp{};
+}
+
+bool stillStandsFor(const LoadCache::Entry& cached, const Stamp& stamp) {
+    return cached.modified == stamp.modified && cached.size == stamp.size;
+}
+
+LoadCache::Entry freshEntry(const path& file, const Stamp& stamp) {
+    // The limit also covers a file that grew after it was measured.
+    LoadResult result =
+        stamp.size > static_cast<std::int64_t>(maxFileSize)
+            ? LoadResult::corrupt(file, tooLarge(static_cast<std::uintmax_t>(stamp.size)))
+            : readAndLoad(file, maxFileSize);
+    return LoadCache::Entry{stamp.modified, stamp.size, std::move(result)};
+}
+
 } // namespace
 
 LoadResult LoadResult::ok(SessionRecord record, std::filesystem::path path) {
@@ -212,28 +237,18 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
             continue;
         }
 
-        std::error_code statError;
-        const std::filesystem::file_time_type time = entry.last_write_time(statError);
-        const double modified = statError ? distantPast : secondsSince1970(time);
-        const std::uintmax_t length = entry.file_size(statError);
-        const std::int64_t size = statError ? 0 : static_cast<std::int64_t>(length);
-
         // The old entry moves over whole when the file looks unchanged, so a
         // quiet rescan neither reads nor allocates per file.
+        const Stamp stamp = stampOf(file);
         auto node = cache.entries.extract(file);
-        if (!node.empty() && node.mapped().modified == modified && node.mapped().size == size) {
+        if (!node.empty() && stillStandsFor(node.mapped(), stamp)) {
             results.push_back(node.mapped().result);
             fresh.entries.insert(std::move(node));
             continue;
         }
-
-        // The limit also covers a file that grew after it was measured.
-        LoadResult result =
-            size > static_cast<std::int64_t>(maxFileSize)
-                ? LoadResult::corrupt(file, tooLarge(static_cast<std::uintmax_t>(size)))
-                : readAndLoad(file, maxFileSize);
-        results.push_back(result);
-        fresh.entries.insert_or_assign(file, LoadCache::Entry{modified, size, std::move(result)});
+        LoadCache::Entry loaded = freshEntry(file, stamp);
+        results.push_back(loaded.result);
+        fresh.entries.insert_or_assign(file, std::move(loaded));
     }
     cache = std::move(fresh);
     return results;
@@ -242,6 +257,33 @@ std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache) {
 std::vector<LoadResult> loadAll(const path& directory) {
     LoadCache cache;
     return loadAll(directory, cache);
+}
+
+std::vector<LoadResult> reload(const path& directory, LoadCache& cache,
+                               const std::set<std::string>& names) {
+    for (const std::string& name : names) {
+        const path file = directory / name;
+        // Only the folder's own session files: a name is never a way out of it.
+        if (file.extension() != ".json" || file.filename() != name) {
+            continue;
+        }
+        const std::optional<platform::FileStamp> found = platform::fileStamp(file);
+        if (!found) { // removed, or renamed away
+            cache.entries.erase(file);
+            continue;
+        }
+        const Stamp stamp{found->modified, found->size};
+        const auto known = cache.entries.find(file);
+        if (known == cache.entries.end() || !stillStandsFor(known->second, stamp)) {
+            cache.entries.insert_or_assign(file, freshEntry(file, stamp));
+        }
+    }
+    std::vector<LoadResult> results;
+    results.reserve(cache.entries.size());
+    for (const auto& [file, cached] : cache.entries) {
+        results.push_back(cached.result);
+    }
+    return results;
 }
 
 void remove(const SessionRecord& record, const path& directory) {

@@ -6,6 +6,8 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -68,6 +70,12 @@ void write(const SessionRecord& record, const path& url);
 LoadResult load(const path& path);
 std::vector<LoadResult> loadAll(const path& directory, LoadCache& cache);
 std::vector<LoadResult> loadAll(const path& directory);
+// After a loadAll with `cache`: looks again at the named files of the
+// folder alone (those a change notice named), updating the cache, and gives
+// every cached result, in file-name order. A reader that is told which
+// files changed spares itself a stat of every file on each change.
+std::vector<LoadResult> reload(const path& directory, LoadCache& cache,
+                               const std::set<std::string>& names);
 
 // Deletes the session's file and its lock file, ignoring errors.
 void remove(const SessionRecord& record, const path& directory);

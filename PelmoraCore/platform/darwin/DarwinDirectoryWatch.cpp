@@ -35,8 +35,9 @@ bool DirectoryWatch::rearm() {
     return true;
 }
 
-// Each delivery writes the token, four bytes, to the descriptor.
-bool DirectoryWatch::drain() {
+// Each delivery writes the token, four bytes, to the descriptor. The
+// notification names no file, so any delivery means "read it all".
+DirectoryWatch::Changes DirectoryWatch::drain() {
     bool changed = false;
     std::int32_t tokens[64];
     for (;;) {
@@ -51,7 +52,9 @@ bool DirectoryWatch::drain() {
     }
     int check = 0;
     ::notify_check(watch_, &check);
-    return changed || check != 0;
+    Changes changes;
+    changes.everything = changed || check != 0;
+    return changes;
 }
 
 } // namespace pelmora::platform

@@ -46,8 +46,8 @@ bool DirectoryWatch::rearm() {
     return watch_ >= 0;
 }
 
-bool DirectoryWatch::drain() {
-    bool changed = false;
+DirectoryWatch::Changes DirectoryWatch::drain() {
+    Changes changes;
     alignas(inotify_event) char buffer[8192];
     for (;;) {
         const ssize_t got = ::read(fd_, buffer, sizeof buffer);
@@ -55,7 +55,7 @@ bool DirectoryWatch::drain() {
             continue;
         }
         if (got <= 0) {
-            return changed;
+            return changes;
         }
         for (ssize_t offset = 0; offset < got;) {
             inotify_event event{};
@@ -63,8 +63,13 @@ bool DirectoryWatch::drain() {
             // The name is padded with NULs to its length.
             const std::string_view name(buffer + offset + sizeof event,
                                         ::strnlen(buffer + offset + sizeof event, event.len));
-            // An event without a name is the folder's own: it went away.
-            changed = changed || event.len == 0 || name.ends_with(suffix_);
+            // An event without a name is the folder's own (it went away), and
+            // an overflowed queue has lost names: either way, read it all.
+            if (event.len == 0 || (event.mask & IN_Q_OVERFLOW) != 0) {
+                changes.everything = true;
+            } else if (name.ends_with(suffix_)) {
+                changes.names.emplace(name);
+            }
             // The kernel drops the watch once the folder is gone.
             if ((event.mask & IN_IGNORED) != 0 && event.wd == watch_) {
                 watch_ = -1;
