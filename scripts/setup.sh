@@ -1,19 +1,163 @@
 #!/usr/bin/env bash
-# Installs what the build, the tests and the benchmarks need on Debian 12,
-# and nothing when it is all there already.
+# Makes sure this machine has what the build, the tests and the benchmarks
+# need. Each need is checked the way the build meets it (a command and its
+# version, a pkg-config module, a CMake package, a sanitizer link), not by
+# package name; whatever fails is installed from Debian's packages and
+# checked again. Does nothing, quickly, when all is there.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ clang pkg-config libpcre2-dev libutf8proc-dev
-          libgtest-dev libbenchmark-dev clang-format python3 zsh git)
-missing=()
-for p in "${packages[@]}"; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-    echo "setup: installing ${missing[*]}"
-    sudo=""
-    [ "$(id -u)" -eq 0 ] || sudo="sudo"
-    export DEBIAN_FRONTEND=noninteractive
-    $sudo apt-get update -qq
-    $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+# One line per need: the Debian package that fills it, then its check:
+#   command NAME [MIN]    NAME runs, and its version is MIN or newer
+#   python MODULE         python3 imports MODULE
+#   pkg-config MODULE     pkg-config knows MODULE
+#   cmake-package NAME    find_package(NAME CONFIG) would find it
+#   sanitizers            clang++ compiles and links with ASan and UBSan
+needs=(
+    "cmake              command cmake 3.25"
+    "ninja-build        command ninja"
+    "g++                command g++"
+    "clang              command clang++ 14"
+    "libclang-rt-14-dev sanitizers"
+    "clang-format       command clang-format"
+    "pkg-config         command pkg-config"
+    "git                command git"
+    "python3            python tomllib"
+    "zsh                command zsh"
+    "tmux               command tmux"
+    "nodejs             command node 18"
+    "npm                command npm"
+    "libpcre2-dev       pkg-config libpcre2-8"
+    "libutf8proc-dev    pkg-config libutf8proc"
+    "libgtest-dev       cmake-package GTest"
+    "libgmock-dev       pkg-config gmock"
+    "libbenchmark-dev   cmake-package benchmark"
+    "libcli11-dev       cmake-package CLI11"
+    "libncurses-dev     pkg-config ncursesw"
+)
+
+# The first version number that `NAME --version` prints.
+version_of() {
+    "$1" --version 2>/dev/null | grep -oE '[0-9]+(\.[0-9]+)+' | head -n 1 || true
+}
+
+# check KIND ARGS...: succeeds when the need is met; otherwise sets `lack`
+# to what is missing, in words.
+check() {
+    local kind=$1
+    shift
+    case $kind in
+    command)
+        lack="$1${2:+ $2 or newer}"
+        command -v "$1" >/dev/null || return 1
+        if [ -n "${2:-}" ]; then
+            local have
+            have=$(version_of "$1")
+            lack+=" (found ${have:-no version})"
+            [ -n "$have" ] && printf '%s\n%s\n' "$2" "$have" | sort -V -C || return 1
+        fi
+        ;;
+    python)
+        lack="python3 with the module $1"
+        command -v python3 >/dev/null && python3 -c "import $1" 2>/dev/null
+        ;;
+    pkg-config)
+        lack="the pkg-config module $1"
+        command -v pkg-config >/dev/null && pkg-config --exists "$1"
+        ;;
+    cmake-package)
+        lack="the CMake package $1"
+        local configs
+        shopt -s nullglob
+        configs=(/usr/{local/,}{lib/*,lib,lib64,share}/cmake/"$1"*/{"$1"Config,"${1,,}"-config}.cmake)
+        shopt -u nullglob
+        ((${#configs[@]}))
+        ;;
+    sanitizers)
+        lack="clang++ that links with -fsanitize=address,undefined"
+        command -v clang++ >/dev/null &&
+            printf 'int main() { return 0; }\n' |
+            clang++ -x c++ -fsanitize=address,undefined -o /dev/null - 2>/dev/null
+        ;;
+    *)
+        lack="a check that scripts/setup.sh does not know: $kind"
+        return 1
+        ;;
+    esac
+}
+
+# Runs every check, all at once; fills `packages` (each once) and `lacks`
+# (one line each, in the table's order).
+check_all() {
+    packages=()
+    lacks=()
+    local report index package what
+    report=$(
+        for index in "${!needs[@]}"; do
+            (
+                read -r package kind args <<<"${needs[index]}"
+                # shellcheck disable=SC2086 # the check's arguments are words
+                check "$kind" $args || printf '%d %s %s\n' "$index" "$package" "$lack"
+            ) &
+        done
+        wait
+    )
+    while read -r index package what; do
+        [ -n "$index" ] || continue
+        lacks+=("$(printf '%-58s (%s)' "$what" "$package")")
+        [[ " ${packages[*]} " == *" $package "* ]] || packages+=("$package")
+    done < <(sort -n <<<"$report")
+}
+
+check_all
+if ((${#packages[@]} == 0)); then
+    exit 0
 fi
+
+echo "setup: this machine lacks what the build needs:"
+printf 'setup:   %s\n' "${lacks[@]}"
+if ! command -v apt-get >/dev/null; then
+    echo "setup: install these yourself: without apt-get, this script cannot" >&2
+    exit 1
+fi
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+        echo "setup: installing packages needs root: run this as root, or install sudo" >&2
+        exit 1
+    fi
+    sudo="sudo"
+fi
+
+echo "setup: installing ${packages[*]} (apt-get, with what they depend on)"
+$sudo apt-get update -qq
+# apt-get reports its progress on the status lines; the rest of its output is
+# a line per package, and debconf's only complaint is that apt-utils (which
+# nothing here needs) is not installed.
+{
+    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+        -o APT::Status-Fd=1 -o Dpkg::Use-Pty=0 "${packages[@]}" 2>&1 >&3 3>&- |
+        { grep -v '^debconf: ' || true; } >&2
+} 3>&1 | awk '
+    function progress(name, percent) {
+        if (name != phase) {
+            if (phase != "") printf "\n"
+            printf "setup: %-11s", name
+            phase = name
+            step = 0
+        }
+        for (; percent >= step + 10; step += 10) printf " %d%%", step + 10
+        fflush()
+    }
+    /newly installed/ { split($0, words, " "); count = words[3] }
+    /^Need to get/ { printf "setup: %s new packages, %s %s to download\n", count, $4, $5; fflush() }
+    /^dlstatus:/ { split($0, fields, ":"); progress("downloading", fields[3] + 0) }
+    /^pmstatus:/ { split($0, fields, ":"); progress("installing", fields[3] + 0) }
+    END { if (phase != "") printf "\n" }'
+
+check_all
+if ((${#packages[@]})); then
+    echo "setup: still missing after installing ${packages[*]}:" >&2
+    printf 'setup:   %s\n' "${lacks[@]}" >&2
+    exit 1
+fi
+echo "setup: all there"
