@@ -6,6 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+echo "demo: building the release in build/release"
 cmake --preset release >/dev/null
 cmake --build --preset release -j "$(nproc)"
 
@@ -124,3 +125,11 @@ grok PreToolUse '"tool_name":"write_file","tool_input":{"file_path":"/Users/ana/
 
 step "pelmora sessions"
 "$pelmora" sessions
+
+cat <<'EOF'
+
+That was the main job: pelmora-hook turned the agents' hook events into the
+sessions above, and pelmora approvals answered their requests in the notch's
+place. Next, try build/release/pelmora/pelmora with sessions, approvals
+--answer allow, or paths, and help for every command.
+EOF
