@@ -1,10 +1,18 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite twice: a GCC debug build, and a Clang
-# build with AddressSanitizer and UndefinedBehaviorSanitizer. Also checks
-# that the sources are clang-format clean.
+# Checks that the sources are clang-format clean and that each library folder
+# includes only the folders it depends on, then builds and runs the whole test
+# suite twice: a GCC debug build, and a Clang build with AddressSanitizer and
+# UndefinedBehaviorSanitizer.
 set -euo pipefail
+shopt -s lastpipe # the loop that reads ctest's report keeps its count
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+
+echo "== clang-format"
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+echo "format: clean"
+echo "== layers"
+python3 scripts/check-layers.py
 
 jobs=$(nproc)
 total=0
@@ -13,14 +21,13 @@ for preset in debug sanitize; do
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset" -j "$jobs"
     echo "== $preset tests"
-    log=$(mktemp)
-    ctest --preset "$preset" -j "$jobs" | tee "$log"
-    count=$(sed -n 's/.*tests failed out of \([0-9]*\).*/\1/p' "$log" | tail -n 1)
-    rm -f "$log"
-    total=$((total + ${count:-0}))
+    # ctest's report goes to the terminal as it runs; only its count is kept.
+    count=0
+    ctest --preset "$preset" -j "$jobs" | while IFS= read -r line; do
+        printf '%s\n' "$line"
+        if [[ $line =~ tests\ failed\ out\ of\ ([0-9]+) ]]; then count=${BASH_REMATCH[1]}; fi
+    done
+    total=$((total + count))
 done
 
-echo "== clang-format"
-git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
-echo "format: clean"
 echo "tests: $total passed, 0 failed"
