@@ -1,3 +1,11 @@
+include(GNUInstallDirs)
+
+# Where "<folder>/<Header>.h" is found: the source tree while building,
+# include/pelmora once installed.
+set(PELMORA_CORE_INCLUDE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/PelmoraCore>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/pelmora>)
+
 # One static library per subsystem folder of PelmoraCore, so that a folder
 # links only what it builds on and a broken folder never blocks the others.
 function(pelmora_module name)
@@ -10,7 +18,7 @@ function(pelmora_module name)
     add_library(pelmora_${name} INTERFACE)
     set(scope INTERFACE)
   endif()
-  target_include_directories(pelmora_${name} ${scope} ${PROJECT_SOURCE_DIR}/PelmoraCore)
+  target_include_directories(pelmora_${name} ${scope} ${PELMORA_CORE_INCLUDE})
   target_link_libraries(pelmora_${name} ${scope} ${ARG_DEPENDS} ${ARG_LIBS})
 endfunction()
 
