@@ -130,12 +130,14 @@ fi
 
 echo "setup: installing ${packages[*]} (apt-get, with what they depend on)"
 $sudo apt-get update -qq
-# apt-get reports its progress on the status lines; the rest of its output is
-# a line per package, and debconf's only complaint is that apt-utils (which
-# nothing here needs) is not installed.
+# apt-get reports its progress on the status lines (fd 3: on fd 1, package
+# scripts' own output fails), whose last one comes before the triggers run,
+# so a line of our own says it has finished. The rest of its output is a line
+# per package, and debconf's only complaint is that apt-utils, which nothing
+# here needs, is not installed.
 {
-    $sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
-        -o APT::Status-Fd=1 -o Dpkg::Use-Pty=0 "${packages[@]}" 2>&1 >&3 3>&- |
+    $sudo sh -c '"$@" 3>&1 && echo pmstatus:apt:100:finished' sh env DEBIAN_FRONTEND=noninteractive apt-get install -y -q \
+        --no-install-recommends -o APT::Status-Fd=3 "${packages[@]}" 2>&1 >&3 3>&- |
         { grep -v '^debconf: ' || true; } >&2
 } 3>&1 | awk '
     function progress(name, percent) {
@@ -149,8 +151,15 @@ $sudo apt-get update -qq
         fflush()
     }
     /newly installed/ { split($0, words, " "); count = words[3] }
-    /^Need to get/ { printf "setup: %s new packages, %s %s to download\n", count, $4, $5; fflush() }
-    /^dlstatus:/ { split($0, fields, ":"); progress("downloading", fields[3] + 0) }
+    /^Need to get/ {
+        size = $0
+        sub(/^Need to get /, "", size)
+        sub(/ of archives.*/, "", size)
+        printf "setup: %s new packages, %s to download\n", count, size
+        fflush()
+        counted = 1
+    }
+    /^dlstatus:/ && counted { split($0, fields, ":"); progress("downloading", fields[3] + 0) }
     /^pmstatus:/ { split($0, fields, ":"); progress("installing", fields[3] + 0) }
     END { if (phase != "") printf "\n" }'
 
