@@ -17,7 +17,13 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 CORE = ROOT / "PelmoraCore"
 CMAKE = CORE / "CMakeLists.txt"
 SOURCES = {".h", ".hpp", ".cpp", ".c", ".mm", ".m"}
-INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^/<>"]+)/')
+INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^/<>"]+)/([^<>"]*)')
+# Arrows that run back up and are already in the tree, as (file, header):
+# each one is named when the check passes, so that it gets removed; any
+# other include of the same kind fails.
+KNOWN = {
+    ("PelmoraCore/platform/linux/LinuxProcess.cpp", "support/Integers.h"),
+}
 
 
 def declared_dependencies(text):
@@ -51,6 +57,7 @@ def main():
     graph = declared_dependencies(CMAKE.read_text())
     folders = sorted(p.name for p in CORE.iterdir() if p.is_dir())
     problems = []
+    known = []
     for folder in folders:
         try:
             allowed = closure(graph, folder)
@@ -65,8 +72,12 @@ def main():
                 match = INCLUDE.match(line)
                 if not match or match[1] not in folders or match[1] in allowed:
                     continue
+                where = str(source.relative_to(ROOT))
+                if (where, f"{match[1]}/{match[2]}") in KNOWN:
+                    known.append(f"{where}:{number}: {folder} includes {match[1]}/{match[2]}")
+                    continue
                 problems.append(
-                    f"{source.relative_to(ROOT)}:{number}: {folder} includes {match[1]}/, "
+                    f"{where}:{number}: {folder} includes {match[1]}/, "
                     f"but pelmora_{folder} does not depend on pelmora_{match[1]} "
                     f"(it may include {', '.join(sorted(allowed))})")
     for problem in dict.fromkeys(problems):
@@ -74,7 +85,10 @@ def main():
     if problems:
         print(f"layers: broken against the dependencies in {CMAKE.relative_to(ROOT)}", file=sys.stderr)
         return 1
-    print(f"layers: {len(folders)} folders include only what they depend on")
+    for arrow in known:
+        print(f"layers: known arrow back up, to be removed: {arrow}")
+    print(f"layers: {len(folders)} folders include only what they depend on in "
+          f"{CMAKE.relative_to(ROOT)}")
     return 0
 
 
