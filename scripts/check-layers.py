@@ -62,7 +62,8 @@ def main():
         try:
             allowed = closure(graph, folder)
         except ValueError as circle:
-            problems.append(f"{CMAKE.relative_to(ROOT)}: the libraries depend in a circle: {circle}")
+            problems.append(f"{CMAKE.relative_to(ROOT)}: libraries that depend in a circle: "
+                            f"{circle}")
             continue
         for source in sorted((CORE / folder).rglob("*")):
             if source.suffix not in SOURCES:
@@ -83,7 +84,8 @@ def main():
     for problem in dict.fromkeys(problems):
         print(problem, file=sys.stderr)
     if problems:
-        print(f"layers: broken against the dependencies in {CMAKE.relative_to(ROOT)}", file=sys.stderr)
+        print(f"layers: broken against the dependencies in {CMAKE.relative_to(ROOT)}",
+              file=sys.stderr)
         return 1
     for arrow in known:
         print(f"layers: known arrow back up, to be removed: {arrow}")

@@ -116,7 +116,7 @@ fi
 echo "setup: this machine lacks what the build needs:"
 printf 'setup:   %s\n' "${lacks[@]}"
 if ! command -v apt-get >/dev/null; then
-    echo "setup: install these yourself: without apt-get, this script cannot" >&2
+    echo "setup: install them yourself: this script installs with apt-get, which is not here" >&2
     exit 1
 fi
 sudo=""
@@ -136,8 +136,9 @@ $sudo apt-get update -qq
 # per package, and debconf's only complaint is that apt-utils, which nothing
 # here needs, is not installed.
 {
-    $sudo sh -c '"$@" 3>&1 && echo pmstatus:apt:100:finished' sh env DEBIAN_FRONTEND=noninteractive apt-get install -y -q \
-        --no-install-recommends -o APT::Status-Fd=3 "${packages[@]}" 2>&1 >&3 3>&- |
+    $sudo sh -c '"$@" 3>&1 && echo pmstatus:apt:100:finished' sh \
+        env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
+        -o APT::Status-Fd=3 "${packages[@]}" 2>&1 >&3 3>&- |
         { grep -v '^debconf: ' || true; } >&2
 } 3>&1 | awk '
     function progress(name, percent) {
