@@ -90,12 +90,12 @@ BackupRun BackupRun::current() {
     return BackupRun(PelmoraPaths::backupsDirectory(), Time::now());
 }
 
-void BackupRun::save(const FileChange& change) {
-    if (change.backup == FileChange::Backup::none || !change.before ||
+void BackupRun::save(const FileEdit& change) {
+    if (change.backup == FileEdit::Backup::none || !change.before ||
         saved_.count(change.file) > 0) {
         return;
     }
-    if (change.backup == FileChange::Backup::agentFile) {
+    if (change.backup == FileEdit::Backup::agentFile) {
         HookInstaller::backup(change.source, change.file, directory_, now_);
     } else if (fileExists(change.file)) {
         copyInto(change.file, directory_,
@@ -105,13 +105,13 @@ void BackupRun::save(const FileChange& change) {
     saved_.insert(change.file);
 }
 
-void applyChanges(const std::vector<FileChange>& changes, BackupRun& run) {
-    for (const FileChange& change : changes) {
+void applyChanges(const std::vector<FileEdit>& changes, BackupRun& run) {
+    for (const FileEdit& change : changes) {
         if (change.changes()) {
             run.save(change);
         }
     }
-    for (const FileChange& change : changes) {
+    for (const FileEdit& change : changes) {
         if (!change.changes()) {
             continue;
         }

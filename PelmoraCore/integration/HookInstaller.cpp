@@ -198,13 +198,13 @@ Status jsonStatus(const HookTarget& target, std::string_view hookPath) {
     return InstallerFiles::isExecutableFile(hookPath) ? Status::installed() : Status::stale();
 }
 
-FileChange changeOf(const HookTarget& target, std::optional<std::string> before) {
-    FileChange change;
+FileEdit changeOf(const HookTarget& target, std::optional<std::string> before) {
+    FileEdit change;
     change.file = target.fileURL;
     change.after = before;
     change.before = std::move(before);
-    change.backup = target.kind == HookTarget::Kind::piExtension ? FileChange::Backup::none
-                                                                 : FileChange::Backup::agentFile;
+    change.backup = target.kind == HookTarget::Kind::piExtension ? FileEdit::Backup::none
+                                                                 : FileEdit::Backup::agentFile;
     change.source = target.source;
     return change;
 }
@@ -233,8 +233,8 @@ bool keepsNewline(Ending ending) {
     return ending != Ending::noNewline;
 }
 
-FileChange planJSONInstall(const HookTarget& target, std::string_view hookPath) {
-    FileChange change = changeOf(target, InstallerFiles::readText(target.fileURL));
+FileEdit planJSONInstall(const HookTarget& target, std::string_view hookPath) {
+    FileEdit change = changeOf(target, InstallerFiles::readText(target.fileURL));
     const std::string line = command(target.source, hookPath);
     if (target.kind == HookTarget::Kind::copilot) {
         change.after = text(copilotDocument(target, line), true);
@@ -245,8 +245,8 @@ FileChange planJSONInstall(const HookTarget& target, std::string_view hookPath) 
     return change;
 }
 
-FileChange planJSONUninstall(const HookTarget& target) {
-    FileChange change = changeOf(target, InstallerFiles::readText(target.fileURL));
+FileEdit planJSONUninstall(const HookTarget& target) {
+    FileEdit change = changeOf(target, InstallerFiles::readText(target.fileURL));
     const Contents contents = parse(change.before, target.fileURL);
     if (contents.ending == Ending::absent) {
         return change;
@@ -312,13 +312,13 @@ Status status(const HookTarget& target, std::string_view hookPath) {
     return Status::notInstalled();
 }
 
-FileChange planInstall(const HookTarget& target, std::string_view hookPath) {
+FileEdit planInstall(const HookTarget& target, std::string_view hookPath) {
     switch (target.kind) {
     case HookTarget::Kind::json:
     case HookTarget::Kind::copilot:
         return planJSONInstall(target, hookPath);
     case HookTarget::Kind::kimiTOML: {
-        FileChange change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
+        FileEdit change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
         const std::string current = change.before.value_or("");
         if (kimiDefinesInlineHooks(kimiRemovingBlocks(current))) {
             throw Error(std::string(kimiInlineHooksError), target.fileURL);
@@ -327,7 +327,7 @@ FileChange planInstall(const HookTarget& target, std::string_view hookPath) {
         return change;
     }
     case HookTarget::Kind::piExtension: {
-        FileChange change = changeOf(target, InstallerFiles::readText(target.fileURL));
+        FileEdit change = changeOf(target, InstallerFiles::readText(target.fileURL));
         if (change.before && change.before->find(piMarker) == std::string::npos) {
             throw Error(target.fileURL.string() + " already exists and was not written by Pelmora.",
                         target.fileURL);
@@ -339,20 +339,20 @@ FileChange planInstall(const HookTarget& target, std::string_view hookPath) {
     return changeOf(target, std::nullopt);
 }
 
-FileChange planUninstall(const HookTarget& target) {
+FileEdit planUninstall(const HookTarget& target) {
     switch (target.kind) {
     case HookTarget::Kind::json:
     case HookTarget::Kind::copilot:
         return planJSONUninstall(target);
     case HookTarget::Kind::kimiTOML: {
-        FileChange change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
+        FileEdit change = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
         if (change.before) {
             change.after = kimiRemovingBlocks(*change.before);
         }
         return change;
     }
     case HookTarget::Kind::piExtension: {
-        FileChange change = changeOf(target, InstallerFiles::readText(target.fileURL));
+        FileEdit change = changeOf(target, InstallerFiles::readText(target.fileURL));
         if (change.before && change.before->find(piMarker) != std::string::npos) {
             change.after.reset();
         }
@@ -363,14 +363,14 @@ FileChange planUninstall(const HookTarget& target) {
 }
 
 void install(const HookTarget& target, std::string_view hookPath, BackupRun& run) {
-    FileChange change;
+    FileEdit change;
     try {
         change = planInstall(target, hookPath);
     } catch (const Error& error) {
         // Kimi's inline hooks are found after the backup is taken, as for a
         // change that starts and is refused; the file itself stays as it is.
         if (target.kind == HookTarget::Kind::kimiTOML && error.what() == kimiInlineHooksError) {
-            FileChange current = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
+            FileEdit current = changeOf(target, InstallerFiles::readUTF8(target.fileURL));
             current.after.reset();
             run.save(current);
         }

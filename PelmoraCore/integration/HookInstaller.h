@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "integration/FileChange.h"
+#include "integration/FileEdit.h"
 #include "integration/HookTarget.h"
 #include "json/JSONValue.h"
 
@@ -69,8 +69,8 @@ Status status(const HookTarget& target, std::string_view hookPath);
 // The file's new text (none: deleted) without writing anything. Throws when
 // the file cannot be read or parsed, when Kimi's file defines hooks inline,
 // and when the pi extension's place holds a file of the user's.
-FileChange planInstall(const HookTarget& target, std::string_view hookPath);
-FileChange planUninstall(const HookTarget& target);
+FileEdit planInstall(const HookTarget& target, std::string_view hookPath);
+FileEdit planUninstall(const HookTarget& target);
 
 // planInstall/planUninstall applied, with a backup made in `run` before the
 // file changes. A file that would not change is neither backed up nor

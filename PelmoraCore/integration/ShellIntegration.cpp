@@ -147,12 +147,12 @@ std::string removing(std::string_view rcText) {
     return text;
 }
 
-std::vector<FileChange> planInstall(std::string_view cli, int minSeconds,
-                                    const std::filesystem::path& rc,
-                                    const std::filesystem::path& script) {
+std::vector<FileEdit> planInstall(std::string_view cli, int minSeconds,
+                                  const std::filesystem::path& rc,
+                                  const std::filesystem::path& script) {
     std::optional<std::string> current = InstallerFiles::readText(rc);
-    FileChange rcChange{rc, current, installing(current.value_or(""), script),
-                        FileChange::Backup::startupFile};
+    FileEdit rcChange{rc, current, installing(current.value_or(""), script),
+                      FileEdit::Backup::startupFile};
     if (current && current->find(beginMarker) != std::string::npos) {
         rcChange.after = current;
     }
@@ -160,9 +160,9 @@ std::vector<FileChange> planInstall(std::string_view cli, int minSeconds,
             std::move(rcChange)};
 }
 
-FileChange planRemove(const std::filesystem::path& rc) {
+FileEdit planRemove(const std::filesystem::path& rc) {
     std::optional<std::string> current = InstallerFiles::readText(rc);
-    FileChange change{rc, current, current, FileChange::Backup::startupFile};
+    FileEdit change{rc, current, current, FileEdit::Backup::startupFile};
     if (current && current->find(beginMarker) != std::string::npos) {
         change.after = removing(*current);
     }

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "integration/FileChange.h"
+#include "integration/FileEdit.h"
 
 // Reports long or failed commands typed in an interactive zsh: a script in
 // the support directory hooks zsh's preexec and precmd and calls
@@ -40,11 +40,11 @@ std::string removing(std::string_view rcText);
 
 // The script (rewritten each time, so a new threshold takes effect) and the
 // rc file. Throws pelmora::Error when the rc file cannot be read.
-std::vector<FileChange> planInstall(std::string_view cli, int minSeconds,
-                                    const std::filesystem::path& rc,
-                                    const std::filesystem::path& script);
+std::vector<FileEdit> planInstall(std::string_view cli, int minSeconds,
+                                  const std::filesystem::path& rc,
+                                  const std::filesystem::path& script);
 // The rc file without the block; the script stays.
-FileChange planRemove(const std::filesystem::path& rc);
+FileEdit planRemove(const std::filesystem::path& rc);
 
 void install(std::string_view cli, int minSeconds, const std::filesystem::path& rc,
              const std::filesystem::path& script, BackupRun& run);

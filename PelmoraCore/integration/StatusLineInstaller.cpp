@@ -20,11 +20,10 @@ Settings readSettings(const HookTarget& target) {
     return settings;
 }
 
-FileChange settingsChange(const HookTarget& target, const Settings& settings,
-                          const JSONValue& root) {
+FileEdit settingsChange(const HookTarget& target, const Settings& settings, const JSONValue& root) {
     const bool newline = settings.contents.ending != HookInstaller::Ending::noNewline;
     return {target.fileURL, settings.raw, HookInstaller::text(root, newline),
-            FileChange::Backup::agentFile, target.source};
+            FileEdit::Backup::agentFile, target.source};
 }
 
 } // namespace
@@ -75,11 +74,11 @@ Status status(const HookTarget& target) {
     }
 }
 
-std::vector<FileChange> planInstall(const HookTarget& target, std::string_view hookPath,
-                                    const std::filesystem::path& originalFile) {
+std::vector<FileEdit> planInstall(const HookTarget& target, std::string_view hookPath,
+                                  const std::filesystem::path& originalFile) {
     const Settings settings = readSettings(target);
     const JSONValue* current = settings.contents.root.find("statusLine");
-    std::vector<FileChange> changes;
+    std::vector<FileEdit> changes;
     // A repeated install finds its own object there and must not save it
     // over the user's.
     if (current != nullptr && !isOurs(current)) {
@@ -95,8 +94,8 @@ std::vector<FileChange> planInstall(const HookTarget& target, std::string_view h
     return changes;
 }
 
-std::vector<FileChange> planUninstall(const HookTarget& target,
-                                      const std::filesystem::path& originalFile) {
+std::vector<FileEdit> planUninstall(const HookTarget& target,
+                                    const std::filesystem::path& originalFile) {
     const Settings settings = readSettings(target);
     if (!settings.raw || !isOurs(settings.contents.root.find("statusLine"))) {
         return {};

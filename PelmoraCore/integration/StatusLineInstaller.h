@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "integration/FileChange.h"
+#include "integration/FileEdit.h"
 #include "integration/HookTarget.h"
 #include "json/JSONValue.h"
 
@@ -50,13 +50,13 @@ Status status(const HookTarget& target);
 // The settings with the product's status line (members the user set, such
 // as padding, kept), and the side file with the user's previous object when
 // there was one that is not ours. Throws when the settings cannot be read.
-std::vector<FileChange> planInstall(const HookTarget& target, std::string_view hookPath,
-                                    const std::filesystem::path& originalFile);
+std::vector<FileEdit> planInstall(const HookTarget& target, std::string_view hookPath,
+                                  const std::filesystem::path& originalFile);
 // The user's object back from the side file (or no status line when it is
 // missing or damaged) and the side file deleted; nothing when the status
 // line is not ours any more.
-std::vector<FileChange> planUninstall(const HookTarget& target,
-                                      const std::filesystem::path& originalFile);
+std::vector<FileEdit> planUninstall(const HookTarget& target,
+                                    const std::filesystem::path& originalFile);
 
 void install(const HookTarget& target, std::string_view hookPath,
              const std::filesystem::path& originalFile, BackupRun& run);

@@ -15,7 +15,10 @@ namespace pelmora {
 //
 //     auto change = HookInstaller::planInstall(target, hookPath);
 //     if (change.changes()) { printDiff(change.file, change.before, change.after); }
-struct FileChange {
+//
+// Not named FileChange: that is git's changed file (activity/GitChanges.h),
+// and a program that links both must not meet two definitions of one name.
+struct FileEdit {
     // Whose file it is decides its backup: an agent's settings are saved
     // under the agent's name, the shell's startup file under its own; the
     // product's own files (the pi extension, side files, the zsh script)
@@ -29,7 +32,7 @@ struct FileChange {
     Source source = Source::claude; // the agent an agentFile belongs to
 
     bool changes() const { return before != after; }
-    bool operator==(const FileChange&) const = default;
+    bool operator==(const FileEdit&) const = default;
 };
 
 // One run of the installers. A user's file is backed up before its first
@@ -44,7 +47,7 @@ public:
 
     // Saves the file of `change` unless it is the product's, is absent, or
     // was saved already in this run. Throws pelmora::Error.
-    void save(const FileChange& change);
+    void save(const FileEdit& change);
 
     const std::filesystem::path& directory() const { return directory_; }
     double now() const { return now_; }
@@ -59,6 +62,6 @@ private:
 // failed backup throws before any file is touched), then each write or
 // deletion in order. Unchanged files are left alone. Throws pelmora::Error
 // naming the file.
-void applyChanges(const std::vector<FileChange>& changes, BackupRun& run);
+void applyChanges(const std::vector<FileEdit>& changes, BackupRun& run);
 
 } // namespace pelmora
