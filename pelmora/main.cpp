@@ -8,6 +8,7 @@
 #include <exception>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -140,9 +141,12 @@ void putHelpFlagsInOptions(CLI::App& app) {
     }
 }
 
+// The library's messages mostly name their file already; the path is added
+// only where the message would leave the reader guessing which file.
 int fail(const std::exception& error) {
     const auto* withPath = dynamic_cast<const pelmora::Error*>(&error);
-    if (withPath != nullptr && !withPath->path().empty()) {
+    if (withPath != nullptr && !withPath->path().empty() &&
+        std::string_view(error.what()).find(withPath->path().native()) == std::string_view::npos) {
         std::fprintf(stderr, "pelmora: %s: %s\n", error.what(), withPath->path().c_str());
     } else {
         std::fprintf(stderr, "pelmora: %s\n", error.what());
