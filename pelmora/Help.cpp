@@ -40,7 +40,8 @@ public:
         const std::size_t indent = out.size();
         std::size_t lineLength = out.size();
         for (const CLI::Option* option : app->get_options()) {
-            if (option == app->get_help_ptr()) {
+            // An option in no group is hidden from the help, so from its usage line too.
+            if (option == app->get_help_ptr() || option->get_group().empty()) {
                 continue;
             }
             std::string word = option->get_name(option->get_positional());
