@@ -1,0 +1,151 @@
+#include "InstallShared.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "InstallDiff.h"
+#include "Terminal.h"
+#include "hook/PelmoraPaths.h"
+#include "integration/HookInstaller.h"
+#include "platform/Error.h"
+
+namespace pelmora::cli::Install {
+
+void addTestHome(CLI::App& app, std::string& folder) {
+    app.add_option("--test-home", folder, "the home folder to work in (for tests)")->group("");
+}
+
+std::filesystem::path homeFolder(const std::string& testHome) {
+    if (testHome.empty()) {
+        return PelmoraPaths::home();
+    }
+    const char* support = std::getenv("PELMORA_HOME");
+    if (support == nullptr || support[0] == '\0') {
+        throw CLI::ValidationError("--test-home goes only with PELMORA_HOME");
+    }
+    return testHome;
+}
+
+void addAgents(CLI::App& app, std::vector<std::string>& names, const std::string& help) {
+    app.add_option("AGENT", names, help)->type_name("")->take_all();
+}
+
+std::vector<Source> agentsNamed(const std::vector<std::string>& names) {
+    std::vector<Source> agents;
+    for (const std::string& name : names) {
+        const std::optional<Source> source = fromRaw<Source>(name);
+        if (!source || !isAgent(*source)) {
+            throw CLI::ValidationError("unknown agent '" + printable(name) + "': the agents are " +
+                                       agentList());
+        }
+        if (std::find(agents.begin(), agents.end(), *source) == agents.end()) {
+            agents.push_back(*source);
+        }
+    }
+    return agents;
+}
+
+std::string agentList() {
+    std::string list;
+    for (Source agent : agentSources) {
+        list += (list.empty() ? "" : ", ") + std::string(rawValue(agent));
+    }
+    return list;
+}
+
+std::string_view advice(Source agent) {
+    switch (agent) {
+    // A case per agent that needs a word from its user, such as a setting
+    // to change in the agent itself.
+    default:
+        return {};
+    }
+}
+
+std::vector<FileEdit> together(FileEdit hooks, std::vector<FileEdit> statusLine) {
+    std::vector<FileEdit> changes;
+    for (FileEdit& change : statusLine) {
+        if (change.file != hooks.file) {
+            changes.push_back(std::move(change));
+        } else if (!hooks.changes()) {
+            hooks = std::move(change);
+        } else if (change.changes() && hooks.after && change.after) {
+            HookInstaller::Contents merged = HookInstaller::parse(hooks.after, hooks.file);
+            const HookInstaller::Contents line = HookInstaller::parse(change.after, change.file);
+            const JSONValue* value = line.root.find("statusLine");
+            merged.root.set("statusLine", value != nullptr ? std::optional(*value) : std::nullopt);
+            hooks.after =
+                HookInstaller::text(merged.root, merged.ending != HookInstaller::Ending::noNewline);
+        }
+    }
+    changes.insert(changes.begin(), std::move(hooks));
+    return changes;
+}
+
+std::optional<std::string> programOf(std::string_view command) {
+    const std::string marker = std::string(PelmoraPaths::managedMarker) + " ";
+    if (!command.starts_with(marker)) {
+        return std::nullopt;
+    }
+    command.remove_prefix(marker.size());
+    std::string word;
+    while (!command.empty() && command.front() != ' ') {
+        if (command.front() == '\'') {
+            const std::size_t close = command.find('\'', 1);
+            if (close == std::string_view::npos) {
+                return std::nullopt;
+            }
+            word += command.substr(1, close - 1);
+            command.remove_prefix(close + 1);
+        } else {
+            const std::size_t skip = command.front() == '\\' && command.size() > 1 ? 1 : 0;
+            word += command[skip];
+            command.remove_prefix(skip + 1);
+        }
+    }
+    return word.empty() ? std::nullopt : std::optional(word);
+}
+
+std::string describe(const std::exception& error) {
+    std::string message = error.what();
+    const auto* withPath = dynamic_cast<const pelmora::Error*>(&error);
+    if (withPath != nullptr && !withPath->path().empty() &&
+        message.find(withPath->path().native()) == std::string::npos) {
+        message += ": " + withPath->path().string();
+    }
+    return printable(message);
+}
+
+bool carryOut(std::string_view label, const std::function<std::vector<FileEdit>()>& plan,
+              bool dryRun, BackupRun& run) {
+    std::vector<FileEdit> changes;
+    try {
+        changes = plan();
+        if (!dryRun) {
+            applyChanges(changes, run);
+        }
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "pelmora: %.*s: %s\n", static_cast<int>(label.size()), label.data(),
+                     describe(error).c_str());
+        return false;
+    }
+    for (const FileEdit& change : changes) {
+        if (dryRun) {
+            std::fputs(unifiedDiff(change).c_str(), stdout);
+            continue;
+        }
+        if (!change.before && !change.after) {
+            continue;
+        }
+        const char* verb = !change.changes() ? "unchanged"
+                           : !change.before  ? "created"
+                           : !change.after   ? "deleted"
+                                             : "updated";
+        std::printf("%.*s: %s %s\n", static_cast<int>(label.size()), label.data(), verb,
+                    printable(change.file.native()).c_str());
+    }
+    return true;
+}
+
+} // namespace pelmora::cli::Install
