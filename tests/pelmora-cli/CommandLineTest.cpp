@@ -39,10 +39,11 @@ TEST(CommandLine, HelpIsTheSameTextHoweverItIsAskedFor) {
     }
 
     EXPECT_EQ(overview.rfind("usage: pelmora <command> [options]\n", 0), 0u) << overview;
-    EXPECT_TRUE(
-        std::regex_search(overview, std::regex("\n  sessions +\\w.*\n  approvals +\\w.*\n"
-                                               "(  \\w+ +\\w.*\n)*  paths +\\w.*\n  help +\\w")))
+    EXPECT_TRUE(std::regex_search(
+        overview, std::regex("\n  sessions +\\w.*\n  approvals +\\w.*\n"
+                             "(  \\w+ +\\w.*\n)*  paths +\\w.*\n(  \\w+ +\\w.*\n)*  help +\\w")))
         << "every command, with its summary, in the table's order";
+    EXPECT_EQ(pelmora(home, "help install").out.find("test-home"), std::string::npos);
     // Spelled from the declared options: required, optional, repeatable.
     EXPECT_EQ(approvals.rfind(
                   "usage: pelmora approvals --answer allow|allowAlways|deny|ask [--message TEXT]\n"
@@ -69,6 +70,16 @@ TEST(CommandLine, UsageErrorsNameTheProblemAndWhereHelpIs) {
         {"scan a b", 2, "pelmora: scan: unexpected argument 'b'\n"},
         {"changes --all", 2, "pelmora: changes: unknown option '--all'\n"},
         {"run --", 2, "pelmora: run: needs the command to run: pelmora run -- CMD...\n"},
+        {"install claude Codex", 2,
+         "pelmora: install: unknown agent 'Codex': the agents are claude, codex, grok, "
+         "commandcode, devin, qwen, copilot, pi, kimi\n"},
+        {"uninstall --zsh build", 2, "pelmora: uninstall: unknown agent 'build': the agents"},
+        {"install --zsh-seconds 30", 2, "pelmora: install: --zsh-seconds requires --zsh\n"},
+        {"doctor claude", 2, "pelmora: doctor: unexpected argument 'claude'\n"},
+        {"shell", 2, "pelmora: shell: A subcommand is required\n"},
+        {"shell end --pid 7 --start 1 --cwd / -- make", 2,
+         "pelmora: shell end: expects --pid PID --start SECONDS --exit STATUS --cwd DIR -- "
+         "COMMAND...\n"},
         {"approvals --message why", 2, "pelmora: approvals: --answer is required\n"},
         {"approvals --answer", 2, "pelmora: approvals: --answer needs a value\n"},
         {"approvals --answer maybe", 2,
