@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Commands.h"
+#include "Help.h"
 #include "hook/HostInfo.h"
 #include "hook/PelmoraPaths.h"
 #include "integration/ShellActivity.h"
@@ -64,7 +65,9 @@ Run declareShell(CLI::App& app) {
     CLI::App* end = app.add_subcommand("end", "a command has finished");
     for (CLI::App* sub : {start, end}) {
         sub->prefix_command();
-        sub->footer(std::string("Arguments: ") + (sub == start ? startForm : endForm));
+        auto formatter = helpFormatter();
+        formatter->label("prefix words", sub == start ? startForm : endForm);
+        sub->formatter(formatter);
     }
     app.require_subcommand(1);
     return [start, end] { return runShell(*start, *end); };
