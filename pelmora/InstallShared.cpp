@@ -64,23 +64,27 @@ std::string_view advice(Source agent) {
 }
 
 std::vector<FileEdit> together(FileEdit hooks, std::vector<FileEdit> statusLine) {
-    std::vector<FileEdit> changes;
-    for (FileEdit& change : statusLine) {
-        if (change.file != hooks.file) {
-            changes.push_back(std::move(change));
-        } else if (!hooks.changes()) {
-            hooks = std::move(change);
-        } else if (change.changes() && hooks.after && change.after) {
-            HookInstaller::Contents merged = HookInstaller::parse(hooks.after, hooks.file);
-            const HookInstaller::Contents line = HookInstaller::parse(change.after, change.file);
-            const JSONValue* value = line.root.find("statusLine");
-            merged.root.set("statusLine", value != nullptr ? std::optional(*value) : std::nullopt);
-            hooks.after =
-                HookInstaller::text(merged.root, merged.ending != HookInstaller::Ending::noNewline);
-        }
+    const auto settings =
+        std::find_if(statusLine.begin(), statusLine.end(),
+                     [&](const FileEdit& change) { return change.file == hooks.file; });
+    if (settings == statusLine.end()) {
+        statusLine.insert(statusLine.begin(), std::move(hooks));
+        return statusLine;
     }
-    changes.insert(changes.begin(), std::move(hooks));
-    return changes;
+    if (hooks.changes() && settings->changes() && hooks.after && settings->after) {
+        HookInstaller::Contents merged = HookInstaller::parse(hooks.after, hooks.file);
+        const HookInstaller::Contents line = HookInstaller::parse(settings->after, settings->file);
+        const JSONValue* value = line.root.find("statusLine");
+        merged.root.set("statusLine", value != nullptr ? std::optional(*value) : std::nullopt);
+        settings->after =
+            HookInstaller::text(merged.root, merged.ending != HookInstaller::Ending::noNewline);
+    } else if (!settings->changes()) {
+        *settings = std::move(hooks);
+    }
+    // The status line's order stands: its side file is saved before the
+    // settings stop naming the user's command, and deleted only after they
+    // name it again.
+    return statusLine;
 }
 
 std::optional<std::string> programOf(std::string_view command) {

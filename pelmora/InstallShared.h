@@ -41,7 +41,8 @@ std::string_view advice(Source agent);
 // Claude's settings take both the hooks and the status line, from two
 // plans that each start from the file on disk: the status line's member
 // goes onto the hooks' text, as if they had been applied one after the
-// other, so one diff shows both and the file is written once.
+// other, so one diff shows both and the file is written once. The status
+// line's order of files is kept.
 std::vector<FileEdit> together(FileEdit hooks, std::vector<FileEdit> statusLine);
 
 // The program a managed command line runs (the word after the marker,
