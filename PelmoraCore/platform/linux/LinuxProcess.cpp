@@ -5,8 +5,10 @@
 #include <string_view>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+#include <utility>
 
 #include "platform/Platform.h"
+#include "platform/linux/SystemFiles.h"
 #include "support/Integers.h"
 
 // The process table on Linux is /proc. This runs on every hook, so each file
@@ -103,20 +105,7 @@ std::optional<std::string> terminalPath(std::int64_t ttyNumber) {
 
 } // namespace
 
-std::optional<ProcessEntry> processEntry(std::int32_t pid) {
-    if (pid < 1) {
-        return std::nullopt;
-    }
-    std::string statPath = "/proc/" + std::to_string(pid) + "/stat";
-    // A stat line is a few hundred bytes: 52 numeric fields and a name of at
-    // most 16.
-    char buffer[2048];
-    ssize_t length = readSmallFile(statPath.c_str(), buffer, sizeof buffer);
-    if (length <= 0) {
-        return std::nullopt;
-    }
-    std::string_view line(buffer, static_cast<std::size_t>(length));
-
+std::optional<ProcStat> parseProcStat(std::string_view line) {
     // The command name sits in parentheses and may itself hold ")" and
     // spaces, so it ends at the last ")" of the line.
     auto open = line.find('(');
@@ -124,16 +113,14 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
     if (open == std::string_view::npos || close == std::string_view::npos || close < open) {
         return std::nullopt;
     }
-    ProcessEntry entry;
-    entry.pid = pid;
-    entry.name = std::string(line.substr(open + 1, close - open - 1));
+    ProcStat stat;
+    stat.name = std::string(line.substr(open + 1, close - open - 1));
 
     // Fields after the name, counted from the state (field 3 of the table).
     constexpr int parentField = 4, ttyField = 7, startField = 22;
     std::string_view rest = line.substr(close + 1);
     int field = 2;
     std::optional<std::int32_t> parent;
-    std::int64_t ttyNumber = 0;
     std::optional<std::uint64_t> start;
     while (!rest.empty() && field < startField) {
         auto begin = rest.find_first_not_of(" \n");
@@ -148,7 +135,7 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
         if (field == parentField) {
             parent = parseInteger<std::int32_t>(token);
         } else if (field == ttyField) {
-            ttyNumber = parseInteger<std::int64_t>(token).value_or(0);
+            stat.ttyNumber = parseInteger<std::int64_t>(token).value_or(0);
         } else if (field == startField) {
             start = parseInteger<std::uint64_t>(token);
         }
@@ -156,8 +143,33 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
     if (!parent || !start) {
         return std::nullopt;
     }
-    entry.parentPID = *parent;
-    const std::uint64_t startTicks = *start;
+    stat.parentPID = *parent;
+    stat.startTicks = *start;
+    return stat;
+}
+
+std::optional<ProcessEntry> processEntry(std::int32_t pid) {
+    if (pid < 1) {
+        return std::nullopt;
+    }
+    std::string statPath = "/proc/" + std::to_string(pid) + "/stat";
+    // A stat line is a few hundred bytes: 52 numeric fields and a name of at
+    // most 16.
+    char buffer[2048];
+    ssize_t length = readSmallFile(statPath.c_str(), buffer, sizeof buffer);
+    if (length <= 0) {
+        return std::nullopt;
+    }
+    std::optional<ProcStat> stat =
+        parseProcStat(std::string_view(buffer, static_cast<std::size_t>(length)));
+    if (!stat) {
+        return std::nullopt;
+    }
+    ProcessEntry entry;
+    entry.pid = pid;
+    entry.name = std::move(stat->name);
+    entry.parentPID = stat->parentPID;
+    const std::uint64_t startTicks = stat->startTicks;
 
     auto boot = bootTime();
     long ticksPerSecond = ::sysconf(_SC_CLK_TCK);
@@ -169,7 +181,7 @@ std::optional<ProcessEntry> processEntry(std::int32_t pid) {
     std::uint64_t micros = (startTicks % ticks) * 1'000'000 / ticks;
     entry.startTime = static_cast<double>(*boot) + static_cast<double>(startTicks / ticks) +
                       static_cast<double>(micros) / 1e6;
-    entry.tty = terminalPath(ttyNumber);
+    entry.tty = terminalPath(stat->ttyNumber);
     return entry;
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "platform/Platform.h"
+#include "platform/linux/SystemFiles.h"
 
 namespace pelmora::platform {
 
@@ -32,6 +33,31 @@ std::optional<std::uint32_t> peerUserID(int socketFD) {
     return static_cast<std::uint32_t>(credentials.uid);
 }
 
+std::optional<std::string_view> homeFromPasswd(std::string_view contents, std::uint32_t uid) {
+    // name:password:uid:gid:gecos:home:shell
+    const std::string uidText = std::to_string(uid);
+    std::string_view rest = contents;
+    while (!rest.empty()) {
+        std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        std::string_view fields[7];
+        std::size_t count = 0;
+        while (count < 7) {
+            std::size_t colon = line.find(':');
+            fields[count++] = line.substr(0, colon);
+            if (colon == std::string_view::npos) {
+                break;
+            }
+            line.remove_prefix(colon + 1);
+        }
+        if (count >= 6 && fields[2] == uidText && !fields[5].empty()) {
+            return fields[5];
+        }
+    }
+    return std::nullopt;
+}
+
 // The local password database, read directly: the hook links statically,
 // and glibc's lookup in a static program would consult nsswitch.conf and try
 // the name-service daemon on every run for an answer that lives here.
@@ -54,28 +80,8 @@ std::filesystem::path homeDirectory() {
     }
     ::close(fd);
 
-    // name:password:uid:gid:gecos:home:shell
-    const std::string uid = std::to_string(::getuid());
-    std::string_view rest = contents;
-    while (!rest.empty()) {
-        std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-        std::string_view fields[7];
-        std::size_t count = 0;
-        while (count < 7) {
-            std::size_t colon = line.find(':');
-            fields[count++] = line.substr(0, colon);
-            if (colon == std::string_view::npos) {
-                break;
-            }
-            line.remove_prefix(colon + 1);
-        }
-        if (count >= 6 && fields[2] == uid && !fields[5].empty()) {
-            return std::filesystem::path(fields[5]);
-        }
-    }
-    return "/";
+    const std::optional<std::string_view> home = homeFromPasswd(contents, ::getuid());
+    return home ? std::filesystem::path(*home) : std::filesystem::path("/");
 }
 
 std::uint32_t userID() {
