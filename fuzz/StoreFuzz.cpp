@@ -1,0 +1,132 @@
+// Session files are read back from disk, where any process of the user may
+// have left any bytes, by three readers: the app's single load and its
+// cached scan, and the hook's locked update. Whatever the file holds: each
+// says the same of it (the scan refusing only what is over its size limit),
+// a file that loads is a record that the store writes and loads unchanged,
+// a refusal says why, and a second scan serves the same results from its
+// cache.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "json/OrderedJSON.h"
+#include "session/SessionStore.h"
+#include "support/Text.h"
+
+namespace {
+
+using namespace pelmora;
+using Kind = SessionStore::LoadResult::Kind;
+
+void check(bool condition) {
+    if (!condition) {
+        std::abort();
+    }
+}
+
+struct Folder {
+    std::filesystem::path root;
+    Folder() {
+        // Files are rewritten for every input: TMPDIR on a memory file system
+        // (/dev/shm) keeps that off the disk.
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "pelmora-store-fuzz-XXXXXX").string();
+        check(::mkdtemp(pattern.data()) != nullptr);
+        root = pattern;
+        std::filesystem::create_directories(root / "sessions");
+        std::filesystem::create_directories(root / "written");
+    }
+    ~Folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+};
+
+// Another writer's schema is the one refusal that is not damage.
+bool otherSchema(std::string_view bytes) {
+    const std::optional<JSONValue> json = OrderedJSON::tryParse(bytes);
+    const JSONValue* version = json ? json->find("schemaVersion") : nullptr;
+    const std::optional<std::int64_t> number =
+        version != nullptr ? version->integerValue() : std::nullopt;
+    return number && *number != SessionRecord::currentSchema;
+}
+
+void checkLoaded(const SessionStore::LoadResult& result, std::string_view bytes,
+                 const std::filesystem::path& written) {
+    check(result.record.has_value() == (result.kind == Kind::ok));
+    check((result.kind == Kind::unsupported) == otherSchema(bytes));
+    if (result.kind != Kind::ok) {
+        check(!result.reason.empty() && Text::isValidUTF8(result.reason));
+        return;
+    }
+    check(result.reason.empty());
+    // The hook's reader takes what the app's takes.
+    check(SessionRecord::decode(bytes) == result.record);
+    SessionStore::write(*result.record, written);
+    const SessionStore::LoadResult again = SessionStore::load(written);
+    check(again.kind == Kind::ok && again.record == result.record);
+}
+
+} // namespace
+
+// The first byte: 0xfe and 0xff bring the file with trailing blanks to the
+// scan's size limit and one byte over it (rarely, as such files are slow to
+// read); the other bytes are the file.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    static const Folder folder;
+    const std::filesystem::path directory = folder.root / "sessions";
+    const std::filesystem::path file =
+        SessionStore::fileURL(Source::claude, "fuzz/session", directory);
+
+    std::string bytes(reinterpret_cast<const char*>(data + 1), size - 1);
+    if (data[0] >= 0xfe) {
+        bytes.resize(std::max(bytes.size(), SessionStore::maxFileSize + data[0] - 0xfe), ' ');
+    }
+    {
+        std::ofstream out(file, std::ios::binary | std::ios::trunc);
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        check(out.good());
+    }
+
+    const SessionStore::LoadResult loaded = SessionStore::load(file);
+    check(loaded.path == file);
+    checkLoaded(loaded, bytes, folder.root / "written" / file.filename());
+
+    // The scan agrees, but never reads past its limit.
+    SessionStore::LoadCache cache;
+    const std::vector<SessionStore::LoadResult> scanned = SessionStore::loadAll(directory, cache);
+    check(scanned.size() == 1 && cache.entries.size() == 1);
+    if (bytes.size() > SessionStore::maxFileSize) {
+        check(scanned[0].kind == Kind::corrupt && scanned[0].path == file &&
+              !scanned[0].reason.empty());
+    } else {
+        check(scanned[0] == loaded && scanned[0].reason == loaded.reason);
+    }
+    check(SessionStore::loadAll(directory) == scanned);
+    const SessionStore::LoadCache first = cache;
+    check(SessionStore::loadAll(directory, cache) == scanned);
+    check(cache.entries.size() == 1 && cache.entries.begin()->second.result == scanned[0] &&
+          cache.entries.begin()->second.size == first.entries.begin()->second.size &&
+          cache.entries.begin()->second.modified == first.entries.begin()->second.modified);
+
+    // The hook's update is handed what the record decoder makes of the file,
+    // and a body that leaves none writes nothing.
+    bool called = false;
+    SessionStore::update(Source::claude, "fuzz/session", directory,
+                         [&](std::optional<SessionRecord>& current) {
+                             called = true;
+                             check(current == SessionRecord::decode(bytes));
+                             current.reset();
+                         });
+    check(called && SessionStore::load(file) == loaded);
+    return 0;
+}
