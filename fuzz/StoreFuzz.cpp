@@ -3,8 +3,8 @@
 // cached scan, and the hook's locked update. Whatever the file holds: each
 // says the same of it (the scan refusing only what is over its size limit),
 // a file that loads is a record that the store writes and loads unchanged,
-// a refusal says why, and a second scan serves the same results from its
-// cache.
+// a refusal says why, and later scans serve the same results from the cache
+// without reading the file again.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -47,6 +47,12 @@ struct Folder {
         std::filesystem::remove_all(root, ignored);
     }
 };
+
+void writeFile(const std::filesystem::path& file, std::string_view bytes) {
+    std::ofstream out(file, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    check(out.good());
+}
 
 // Another writer's schema is the one refusal that is not damage.
 bool otherSchema(std::string_view bytes) {
@@ -91,11 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (data[0] >= 0xfe) {
         bytes.resize(std::max(bytes.size(), SessionStore::maxFileSize + data[0] - 0xfe), ' ');
     }
-    {
-        std::ofstream out(file, std::ios::binary | std::ios::trunc);
-        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        check(out.good());
-    }
+    writeFile(file, bytes);
 
     const SessionStore::LoadResult loaded = SessionStore::load(file);
     check(loaded.path == file);
@@ -128,5 +130,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                              current.reset();
                          });
     check(called && SessionStore::load(file) == loaded);
+
+    // A file rewritten to the same size and given back its date is served
+    // from the cache, unread.
+    const std::filesystem::file_time_type written = std::filesystem::last_write_time(file);
+    writeFile(file, std::string(bytes.size(), 'x'));
+    std::filesystem::last_write_time(file, written);
+    check(SessionStore::loadAll(directory, cache) == scanned);
     return 0;
 }
