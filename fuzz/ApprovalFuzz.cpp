@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "FuzzDocument.h"
 #include "approval/ApprovalClient.h"
 #include "approval/ApprovalRecords.h"
 #include "approval/ApprovalWire.h"
@@ -40,6 +41,34 @@ void check(bool condition) {
 
 std::string_view bytesOf(const std::uint8_t* data, std::size_t size) {
     return {reinterpret_cast<const char*>(data), size};
+}
+
+// Valid records whose members the input rewrites one by one (FuzzDocument.h).
+std::string responseText(std::string_view input) {
+    return fuzz::objectText({{"decision", R"("allow")"}, {"message", ""}, {"answers", ""}}, input);
+}
+
+std::string requestText(std::string_view input) {
+    return fuzz::objectText(
+        {{"id", R"("0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0")"},
+         {"source", R"("claude")"},
+         {"sessionID", R"("s")"},
+         {"cwd", R"("\/Users\/ann")"},
+         {"tool", R"("AskUserQuestion")"},
+         {"summary", ""},
+         {"suggestions", ""},
+         {"questions",
+          R"([{"header":"","multiSelect":false,"options":[{"description":"","label":"A"}],"question":"Q"}])"},
+         {"questionsJSON", R"("[{\"options\":[{\"label\":\"A\"}],\"question\":\"Q\"}]")"}},
+        input);
+}
+
+std::string questionsText(std::string_view input) {
+    return fuzz::listText({{"question", R"("Q")"},
+                           {"header", ""},
+                           {"options", R"([{"label":"A"}])"},
+                           {"multiSelect", ""}},
+                          input);
 }
 
 template <class Record> std::optional<Record> decode(std::string_view text) {
@@ -255,12 +284,14 @@ void reply(const std::uint8_t* data, std::size_t size) {
         return;
     }
     // Half the time the line starts with blanks that bring it to the limit,
-    // so that the bytes decide on which side of it the line feed falls.
+    // so that the bytes decide on which side of it the line feed falls; and
+    // half the time the rest is a response to rewrite, ended by a line feed.
     std::string line;
     if ((data[0] & 0x80) != 0) {
-        line.assign(ApprovalWire::maxLine - 128 + (data[0] & 0x7f), ' ');
+        line.assign(ApprovalWire::maxLine - 64 + (data[0] & 0x3f), ' ');
     }
-    line.append(bytesOf(data + 1, size - 1));
+    const std::string_view rest = bytesOf(data + 1, size - 1);
+    line += (data[0] & 0x40) != 0 ? responseText(rest) + "\n" : std::string(rest);
 
     static App app;
     const auto [response, received] = app.ask(wireRequest(), line);
@@ -385,29 +416,32 @@ void questions(std::string_view bytes) {
 
 } // namespace
 
-// The first byte chooses the reader; the rest is its input.
+// The first byte chooses the reader, and for the JSON readers whether the
+// rest is their input as it is or rewrites a valid record (top bit set).
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;
     }
     const std::string_view rest = bytesOf(data + 1, size - 1);
+    const bool rewrite = (data[0] & 0x80) != 0;
     switch (data[0] % 5) {
     case 0:
         reply(data + 1, size - 1);
         break;
     case 1:
-        if (const auto response = decode<ApprovalResponse>(rest)) {
+        if (const auto response =
+                decode<ApprovalResponse>(rewrite ? responseText(rest) : std::string(rest))) {
             checkWire(*response);
         }
         break;
     case 2:
-        request(rest);
+        request(rewrite ? requestText(rest) : std::string(rest));
         break;
     case 3:
         output(data + 1, size - 1);
         break;
     default:
-        questions(rest);
+        questions(rewrite ? questionsText(rest) : std::string(rest));
         break;
     }
     return 0;

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "FuzzDocument.h"
 #include "json/OrderedJSON.h"
 #include "session/SessionStore.h"
 #include "support/Text.h"
@@ -54,6 +55,34 @@ void writeFile(const std::filesystem::path& file, std::string_view bytes) {
     check(out.good());
 }
 
+// A valid session file whose members the input rewrites one by one.
+std::string recordText(std::string_view input) {
+    return fuzz::objectText({{"schemaVersion", "1"},
+                             {"source", R"("claude")"},
+                             {"sessionID", R"("fuzz\/session")"},
+                             {"cwd", R"("\/Users\/ann")"},
+                             {"state", R"("working")"},
+                             {"tool", ""},
+                             {"summary", ""},
+                             {"title", ""},
+                             {"turnStartedAt", ""},
+                             {"stateSince", "1795341600"},
+                             {"updatedAt", "1795341600.5"},
+                             {"lastEvent", ""},
+                             {"host", R"({"tmux":false})"},
+                             {"pid", ""},
+                             {"pidStartTime", ""},
+                             {"detail", ""},
+                             {"logPath", ""},
+                             {"openURL", ""},
+                             {"exitCode", ""},
+                             {"container", ""},
+                             {"composeProject", ""},
+                             {"port", ""},
+                             {"webURL", ""}},
+                            input);
+}
+
 // Another writer's schema is the one refusal that is not damage.
 bool otherSchema(std::string_view bytes) {
     const std::optional<JSONValue> json = OrderedJSON::tryParse(bytes);
@@ -81,9 +110,10 @@ void checkLoaded(const SessionStore::LoadResult& result, std::string_view bytes,
 
 } // namespace
 
-// The first byte: 0xfe and 0xff bring the file with trailing blanks to the
-// scan's size limit and one byte over it (rarely, as such files are slow to
-// read); the other bytes are the file.
+// The first byte: with bit 6 set, the rest rewrites a valid session file
+// member by member (FuzzDocument.h) instead of being the file as it is; 0xfe
+// and 0xff also bring the file with trailing blanks to the scan's size limit
+// and one byte over it (rarely, as such files are slow to read).
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;
@@ -93,7 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::filesystem::path file =
         SessionStore::fileURL(Source::claude, "fuzz/session", directory);
 
-    std::string bytes(reinterpret_cast<const char*>(data + 1), size - 1);
+    const std::string_view rest(reinterpret_cast<const char*>(data + 1), size - 1);
+    std::string bytes = (data[0] & 0x40) != 0 ? recordText(rest) : std::string(rest);
     if (data[0] >= 0xfe) {
         bytes.resize(std::max(bytes.size(), SessionStore::maxFileSize + data[0] - 0xfe), ' ');
     }

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "FuzzDocument.h"
 #include "integration/HookTarget.h"
 #include "integration/StatusLineInstaller.h"
 #include "json/KeyedJSON.h"
@@ -65,18 +66,28 @@ void windows(std::string_view bytes) {
         }
     }
 
-    // The first reading announces nothing but exhausted windows; the same
-    // reading again announces nothing for a window whose id it holds once.
+    // The first reading announces exhausted windows, and the end of one only
+    // for an id that an earlier window of the same reading left exhausted;
+    // the same reading again announces nothing for an id it holds once.
     constexpr double now = 1'795'341'600;
     UsageTracker tracker;
     std::size_t next = 0;
     for (const UsageEvent& event : tracker.update(now, read)) {
-        check(event.kind == UsageEvent::Kind::reached(UsageStage::exhausted));
-        check(event.window.resetsAt > now && event.window.usedPercent >= 99.9);
         while (next < read.size() && !(read[next] == event.window)) {
             ++next;
         }
-        check(next++ < read.size()); // one event per window, in their order
+        check(next < read.size()); // one event per window, in their order
+        if (event.kind == UsageEvent::Kind::reset()) {
+            bool earlier = false;
+            for (std::size_t index = 0; index < next; ++index) {
+                earlier = earlier || read[index].id == event.window.id;
+            }
+            check(earlier);
+        } else {
+            check(event.kind == UsageEvent::Kind::reached(UsageStage::exhausted));
+            check(event.window.resetsAt > now && event.window.usedPercent >= 99.9);
+        }
+        ++next;
     }
     check(tracker.seen && tracker.stages.size() <= read.size());
     for (const UsageEvent& event : tracker.update(now, read)) {
@@ -153,16 +164,29 @@ void savedStatusLine(std::string_view bytes) {
 
 } // namespace
 
-// The first byte chooses: usage windows (even) or the saved status line (odd).
+// The first byte chooses: usage windows (even) or the saved status line
+// (odd); with its top bit set, the rest rewrites valid ones member by member
+// (FuzzDocument.h) instead of being the file as it is.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {
         return 0;
     }
     const std::string_view bytes(reinterpret_cast<const char*>(data + 1), size - 1);
+    const bool rewrite = (data[0] & 0x80) != 0;
     if (data[0] % 2 == 0) {
-        windows(bytes);
+        windows(rewrite ? fuzz::listText({{"id", R"("claude.five_hour")"},
+                                          {"agent", R"("claude")"},
+                                          {"minutes", "300"},
+                                          {"usedPercent", "85.5"},
+                                          {"resetsAt", "1795345200"}},
+                                         bytes)
+                        : std::string(bytes));
     } else {
-        savedStatusLine(bytes);
+        savedStatusLine(rewrite ? fuzz::objectText({{"type", R"("command")"},
+                                                    {"command", R"("~\/bin\/line.sh")"},
+                                                    {"padding", ""}},
+                                                   bytes)
+                                : std::string(bytes));
     }
     return 0;
 }
