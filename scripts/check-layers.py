@@ -21,9 +21,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^/<>"]+)/([^<>"]*)')
 # Arrows that run back up and are already in the tree, as (file, header):
 # each one is named when the check passes, so that it gets removed; any
 # other include of the same kind fails.
-KNOWN = {
-    ("PelmoraCore/platform/linux/LinuxProcess.cpp", "support/Integers.h"),
-}
+KNOWN = set()
 
 
 def declared_dependencies(text):

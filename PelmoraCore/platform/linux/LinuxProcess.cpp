@@ -1,21 +1,36 @@
 #include <cerrno>
+#include <charconv>
 #include <cstdint>
 #include <fcntl.h>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/sysmacros.h>
+#include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include "platform/Platform.h"
 #include "platform/linux/SystemFiles.h"
-#include "support/Integers.h"
 
 // The process table on Linux is /proc. This runs on every hook, so each file
 // is taken with plain read() calls into a stack buffer: no streams, no heap
 // beyond the result itself.
 namespace pelmora::platform {
 namespace {
+
+// A whole field of a /proc file as a decimal number: the kernel prints these
+// itself, so no sign but a minus and no blanks are to be expected; anything
+// else, or a value out of range, gives none.
+template <class Int> std::optional<Int> parseField(std::string_view text) {
+    Int value{};
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, value);
+    if (text.empty() || error != std::errc() || stop != end) {
+        return std::nullopt;
+    }
+    return value;
+}
 
 // Reads a whole small file into `buffer`; the length read, or -1 on failure
 // or when the file does not fit.
@@ -76,7 +91,7 @@ std::optional<std::int64_t> bootTime() {
         }
         text.remove_prefix(at + key.size());
         text = text.substr(0, text.find('\n'));
-        return parseInteger<std::int64_t>(text);
+        return parseField<std::int64_t>(text);
     }();
     return cached;
 }
@@ -133,11 +148,11 @@ std::optional<ProcStat> parseProcStat(std::string_view line) {
         rest.remove_prefix(token.size());
         ++field;
         if (field == parentField) {
-            parent = parseInteger<std::int32_t>(token);
+            parent = parseField<std::int32_t>(token);
         } else if (field == ttyField) {
-            stat.ttyNumber = parseInteger<std::int64_t>(token).value_or(0);
+            stat.ttyNumber = parseField<std::int64_t>(token).value_or(0);
         } else if (field == startField) {
-            start = parseInteger<std::uint64_t>(token);
+            start = parseField<std::uint64_t>(token);
         }
     }
     if (!parent || !start) {
