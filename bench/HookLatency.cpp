@@ -1,9 +1,13 @@
-// Whole-process latency of pelmora-hook on its most common path: a
-// PreToolUse event with something to redact, folded into an existing session
-// file. Runs alternate with a static program that only reads stdin, so both
-// see the same machine state; the figure that matters is the median ratio.
+// Whole-process latency of pelmora-hook against two static reference
+// programs, in alternating runs so that all see the same machine state:
+// - the stdin floor only reads its input: what any hook costs at all;
+// - the I/O floor also takes the lock, reads the session file, writes a
+//   temporary and renames it over the file: what a run that persists costs.
+// The figures that matter are the median ratios: a PreToolUse event with
+// something to redact against the I/O floor, an untracked event (nothing
+// written) against the stdin floor.
 //
-//     hook_latency [runs] [pelmora-hook stdin-floor]
+//     hook_latency [runs] [pelmora-hook stdin-floor io-floor]
 
 #include <algorithm>
 #include <chrono>
@@ -85,15 +89,22 @@ double median(std::vector<double> values) {
 }
 
 struct Figures {
-    double floorMedian;
-    double hookMedian;
-    double ratio;
+    double stdinFloor;
+    double ioFloor;
+    double hook;
+    double overStdin; // median of the per-round ratios
+    double overIO;
 };
 
-// Alternating runs of the floor and the hook, both fed `input`, with the
+struct Programs {
+    std::string hook;
+    std::string stdinFloor;
+    std::string ioFloor;
+};
+
+// Alternating runs of the floors and the hook, all fed `input`, with the
 // support directory in a fresh folder under `parent`.
-Figures measure(const std::string& hook, const std::string& floorBinary, const char* parent,
-                const std::string& input, int runs) {
+Figures measure(const Programs& programs, const char* parent, const std::string& input, int runs) {
     std::string home = std::string(parent) + "/pelmora-latency-XXXXXX";
     if (mkdtemp(home.data()) == nullptr) {
         std::perror("mkdtemp");
@@ -101,55 +112,63 @@ Figures measure(const std::string& hook, const std::string& floorBinary, const c
     }
     setenv("PELMORA_HOME", home.c_str(), 1);
     const std::vector<std::string> arguments{"--source", "claude"};
-    runOnce(hook, arguments, startEvent);
-    if (!std::filesystem::exists(std::filesystem::path(home) / "sessions" /
-                                 "claude-bench-1.json")) {
+    runOnce(programs.hook, arguments, startEvent);
+    const std::filesystem::path session =
+        std::filesystem::path(home) / "sessions" / "claude-bench-1.json";
+    if (!std::filesystem::exists(session)) {
         std::fprintf(stderr, "the hook did not write its session file\n");
         std::exit(1);
     }
-    for (int i = 0; i < 20; ++i) { // warm the page cache and the process table
-        runOnce(floorBinary, {}, input);
-        runOnce(hook, arguments, input);
-    }
-    std::vector<double> floorTimes, hookTimes, ratios;
-    for (int i = 0; i < runs; ++i) {
-        double floorTime = runOnce(floorBinary, {}, input);
-        double hookTime = runOnce(hook, arguments, input);
-        floorTimes.push_back(floorTime);
-        hookTimes.push_back(hookTime);
-        ratios.push_back(hookTime / floorTime);
+    // The I/O floor rewrites a copy of the session file, so that it reads and
+    // writes as many bytes as the hook.
+    const std::filesystem::path copy = session.parent_path() / "floor-copy.json";
+    std::filesystem::copy_file(session, copy);
+    const std::vector<std::string> floorArguments{copy.string()};
+    std::vector<double> stdinTimes, ioTimes, hookTimes, overStdin, overIO;
+    for (int i = -20; i < runs; ++i) { // the first 20 warm the page cache
+        const double stdinTime = runOnce(programs.stdinFloor, {}, input);
+        const double ioTime = runOnce(programs.ioFloor, floorArguments, input);
+        const double hookTime = runOnce(programs.hook, arguments, input);
+        if (i >= 0) {
+            stdinTimes.push_back(stdinTime);
+            ioTimes.push_back(ioTime);
+            hookTimes.push_back(hookTime);
+            overStdin.push_back(hookTime / stdinTime);
+            overIO.push_back(hookTime / ioTime);
+        }
     }
     std::filesystem::remove_all(home);
-    return {median(floorTimes), median(hookTimes), median(ratios)};
+    return {median(stdinTimes), median(ioTimes), median(hookTimes), median(overStdin),
+            median(overIO)};
 }
 
 void report(const char* label, const Figures& figures) {
-    std::printf("%-44s floor %7.1f us  hook %7.1f us  ratio %.2fx\n", label, figures.floorMedian,
-                figures.hookMedian, figures.ratio);
+    std::printf("%-36s stdin %6.0f us  I/O %6.0f us  hook %6.0f us  %.2fx stdin  %.2fx I/O\n",
+                label, figures.stdinFloor, figures.ioFloor, figures.hook, figures.overStdin,
+                figures.overIO);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    int runs = argc > 1 ? std::atoi(argv[1]) : 500;
-    std::string hook = argc > 3 ? argv[2] : PELMORA_HOOK_BINARY;
-    std::string floorBinary = argc > 3 ? argv[3] : STDIN_FLOOR_BINARY;
+    const int runs = argc > 1 ? std::atoi(argv[1]) : 500;
+    const Programs programs =
+        argc > 4 ? Programs{argv[2], argv[3], argv[4]}
+                 : Programs{PELMORA_HOOK_BINARY, STDIN_FLOOR_BINARY, IO_FLOOR_BINARY};
     if (runs <= 0) {
-        std::fprintf(stderr, "usage: %s [runs] [pelmora-hook stdin-floor]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s [runs] [pelmora-hook stdin-floor io-floor]\n", argv[0]);
         return 2;
     }
     const char* temporary = std::getenv("TMPDIR") != nullptr ? std::getenv("TMPDIR") : "/tmp";
-    std::printf("median of %d alternating runs each (goal: PreToolUse at most 1.5x the floor)\n",
+    std::printf("median of %d alternating rounds (goals: PreToolUse within 1.15x the I/O floor, "
+                "untracked within 1.1x the stdin floor)\n",
                 runs);
-    report("PreToolUse, sessions on the disk",
-           measure(hook, floorBinary, temporary, preToolUse, runs));
-    // The atomic replace of the session file is most of the difference on a
-    // journaling file system: a memory file system shows the hook's own cost.
+    report("PreToolUse, sessions on the disk", measure(programs, temporary, preToolUse, runs));
+    // On a journaling file system the atomic replace is much of the cost; a
+    // memory file system shows more of the hook's own.
     if (std::filesystem::is_directory("/dev/shm")) {
-        report("PreToolUse, sessions in memory (/dev/shm)",
-               measure(hook, floorBinary, "/dev/shm", preToolUse, runs));
+        report("PreToolUse, sessions in /dev/shm", measure(programs, "/dev/shm", preToolUse, runs));
     }
-    report("untracked event (nothing written)",
-           measure(hook, floorBinary, temporary, untracked, runs));
+    report("untracked event (nothing written)", measure(programs, temporary, untracked, runs));
     return 0;
 }
