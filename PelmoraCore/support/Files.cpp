@@ -23,8 +23,22 @@ std::string describe(std::string_view what, int error) {
 // Reads to the end, giving up once more than `limit` bytes have arrived.
 std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expected) {
     std::string contents;
-    if (expected > 0 && expected <= limit) {
-        contents.reserve(expected);
+    // A regular file's size is known: asking for a byte more than that finds
+    // it all in one read, and a read that comes back with exactly the size is
+    // the end, which spares the hook the read that would only confirm it.
+    if (expected > 0 && expected < limit) {
+        contents.resize(expected + 1);
+        ssize_t got = -1;
+        do {
+            got = ::read(fd, contents.data(), expected + 1);
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) {
+            return std::nullopt;
+        }
+        contents.resize(static_cast<std::size_t>(got));
+        if (contents.size() == expected) {
+            return contents;
+        }
     }
     char chunk[16384];
     for (;;) {

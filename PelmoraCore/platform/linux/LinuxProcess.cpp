@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <ctime>
 #include <fcntl.h>
 #include <optional>
 #include <string>
@@ -59,39 +60,23 @@ ssize_t readSmallFile(const char* path, char* buffer, std::size_t capacity) {
     return -1;
 }
 
-// The boot time never changes while a process runs (short of the clock being
-// stepped), so it is read once per process.
+// The wall-clock second the machine booted, as /proc/stat's "btime" gives it:
+// the kernel computes that line from the same two clocks, so reading them
+// spares every hook run opening and scanning a file whose size grows with
+// the number of CPUs. Read once per process.
 std::optional<std::int64_t> bootTime() {
     static const std::optional<std::int64_t> cached = []() -> std::optional<std::int64_t> {
-        // /proc/stat carries a line per CPU and a long interrupt line before
-        // "btime", so its size depends on the machine: read it to the end.
-        int fd = ::open("/proc/stat", O_RDONLY | O_CLOEXEC);
-        if (fd < 0) {
+        struct timespec wall {};
+        struct timespec sinceBoot {};
+        if (::clock_gettime(CLOCK_REALTIME, &wall) != 0 ||
+            ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot) != 0) {
             return std::nullopt;
         }
-        // The leading line feed lets the first line match like every other.
-        std::string contents = "\n";
-        char chunk[8192];
-        for (;;) {
-            ssize_t got = ::read(fd, chunk, sizeof chunk);
-            if (got < 0 && errno == EINTR) {
-                continue;
-            }
-            if (got <= 0) {
-                break;
-            }
-            contents.append(chunk, static_cast<std::size_t>(got));
+        std::int64_t seconds = wall.tv_sec - sinceBoot.tv_sec;
+        if (wall.tv_nsec < sinceBoot.tv_nsec) {
+            --seconds;
         }
-        ::close(fd);
-        std::string_view text = contents;
-        std::string_view key = "\nbtime ";
-        auto at = text.find(key);
-        if (at == std::string_view::npos) {
-            return std::nullopt;
-        }
-        text.remove_prefix(at + key.size());
-        text = text.substr(0, text.find('\n'));
-        return parseField<std::int64_t>(text);
+        return seconds;
     }();
     return cached;
 }
