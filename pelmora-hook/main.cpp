@@ -83,14 +83,18 @@ int runHookMode(const HookInvocation& invocation) {
     }
     input.reset();
 
-    double now = Time::now();
-    std::optional<ProcessInspector::Info> agent =
-        ProcessInspector::agentProcess(invocation.parentPID);
-    try {
-        updateSession(*event, invocation.source, now, agent);
-        SessionStore::postChangeNotification();
-    } catch (...) {
-        // A session that cannot be written must not stop the approval below.
+    // An event no session keeps is worth neither a look at the process table
+    // nor the session's lock: it costs a run little more than reading it.
+    if (EventReducer::tracks(*event)) {
+        double now = Time::now();
+        std::optional<ProcessInspector::Info> agent =
+            ProcessInspector::agentProcess(invocation.parentPID);
+        try {
+            updateSession(*event, invocation.source, now, agent);
+            SessionStore::postChangeNotification();
+        } catch (...) {
+            // A session that cannot be written must not stop the approval below.
+        }
     }
 
     if (!HookApproval::asksHere(*event, invocation.source)) {

@@ -98,6 +98,10 @@ std::string failureSummary(const HookEvent& event, std::string_view projectDir) 
 
 } // namespace
 
+bool tracks(const HookEvent& event) {
+    return ruleFor(event) != Rule::untracked;
+}
+
 bool apply(const HookEvent& event, SessionRecord& record, double now) {
     const Rule rule = ruleFor(event);
     // The caller throws away the record of an untracked event, so there is

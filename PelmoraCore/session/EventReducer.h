@@ -10,4 +10,9 @@ namespace pelmora::EventReducer {
 // caller must discard every change made here.
 bool apply(const HookEvent& event, SessionRecord& record, double now);
 
+// Whether `apply` can track this event at all: it depends on the event
+// alone, so a caller can spare itself the session file of an event that no
+// record would keep.
+bool tracks(const HookEvent& event);
+
 } // namespace pelmora::EventReducer

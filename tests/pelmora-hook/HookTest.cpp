@@ -73,14 +73,15 @@ TEST(HookMode, ArgumentsAndEnvironmentReachTheSessionFile) {
     EXPECT_EQ(grok.pid, getpid()) << "the test process is the agent above the hook";
     EXPECT_EQ(grok.host.termSessionID, ""); // set, if empty
 
-    // Untracked events leave no record (only the lock taken to look), and
-    // the record they would touch as it was.
+    // Untracked events leave no record, not even a lock file, and the record
+    // they would touch as it was.
     hook(home, event("SubagentStop", "new"));
     const std::string before = Files::read(home.sessions() / "grok-b.json").value();
     hook(home, event("Notification", "b", R"(,"notification_type":"idle_prompt")"), {},
          {{"GROK_HOOK_EVENT", "x"}});
     EXPECT_EQ(Files::read(home.sessions() / "grok-b.json"), before);
     EXPECT_FALSE(std::filesystem::exists(home.sessions() / "claude-new.json"));
+    EXPECT_FALSE(std::filesystem::exists(home.sessions() / "claude-new.json.lock"));
     // Cursor runs Claude's hooks: nothing is read or written for it.
     TempHome cursor;
     hook(cursor, event("SessionStart", "z"), {}, {{"CURSOR_PROJECT_DIR", "/r"}});

@@ -70,6 +70,7 @@ TEST(EventReducer, StateTransitionsFromEveryState) {
             SCOPED_TRACE(applied.name + " from " + std::string(rawValue(from[i])));
             SessionRecord record = recordIn(from[i]);
             ASSERT_TRUE(EventReducer::apply(applied, record, now));
+            EXPECT_TRUE(EventReducer::tracks(applied));
             EXPECT_EQ(record.state, to[i]);
             // stateSince moves only on a real change of state.
             EXPECT_EQ(record.stateSince, to[i] == from[i] ? before : now);
@@ -84,6 +85,7 @@ TEST(EventReducer, StateTransitionsFromEveryState) {
           event("Notification", R"(,"notification_type":"idle_prompt","message":"Waiting")")}) {
         SessionRecord record = recordIn(working);
         EXPECT_FALSE(EventReducer::apply(ignored, record, now)) << ignored.name;
+        EXPECT_FALSE(EventReducer::tracks(ignored)) << ignored.name;
         EXPECT_EQ(record, recordIn(working));
     }
 }
