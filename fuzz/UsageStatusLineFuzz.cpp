@@ -149,7 +149,7 @@ void savedStatusLine(std::string_view bytes) {
     JSONValue settings = JSONValue::object();
     settings.set("statusLine", *saved);
     write(target.fileURL, OrderedJSON::serialize(settings, "  "));
-    const std::vector<FileChange> changes =
+    const std::vector<FileEdit> changes =
         StatusLineInstaller::planInstall(target, "/Apps/It's/pelmora-hook", side);
     const bool ours = StatusLineInstaller::isOurs(&*saved);
     check(changes.size() == (ours ? 1 : 2) && changes.back().file == target.fileURL);
