@@ -24,8 +24,6 @@ needs=(
     "python3            python tomllib"
     "zsh                command zsh"
     "tmux               command tmux"
-    "nodejs             command node 18"
-    "npm                command npm"
     "libpcre2-dev       pkg-config libpcre2-8"
     "libutf8proc-dev    pkg-config libutf8proc"
     "libgtest-dev       cmake-package GTest"
