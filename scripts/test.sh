@@ -7,6 +7,9 @@ set -euo pipefail
 shopt -s lastpipe # the loop that reads ctest's report keeps its count
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+# The agents the end-to-end suite drives, and the node that runs them; without
+# them (no npm registry) those tests skip.
+scripts/npm-tools.sh >/dev/null || echo "npm-tools failed: the tests that need node or the agents skip"
 
 echo "== clang-format"
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror

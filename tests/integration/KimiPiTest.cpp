@@ -103,13 +103,15 @@ TEST_F(IntegrationTest, PiExtensionParsesRunsAndLeavesTheUsersFileAlone) {
     EXPECT_EQ(HI::status(target, hookPath), HI::Status::stale());
 
     shell("echo -n ${PELMORA_NPM_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/pelmora/npm}");
+    // The cache's own node: a system one may be missing or too old.
     const fs::path typescript = fs::path(output) / "node_modules/typescript";
-    if (!fs::exists(typescript / "package.json") || shell("node --version") != 0) {
+    const std::string node = quoted(fs::path(output) / "node/bin/node");
+    if (!fs::exists(typescript / "package.json") || shell(node + " --version") != 0) {
         GTEST_SKIP() << "no TypeScript at " << typescript << ": run scripts/npm-tools.sh";
     }
     put(temp / "harness.js", std::string(harness));
-    EXPECT_EQ(shell("cd " + quoted(temp) + " && node harness.js " + quoted(typescript) + " " +
-                    quoted(target.fileURL)),
+    EXPECT_EQ(shell("cd " + quoted(temp) + " && " + node + " harness.js " + quoted(typescript) +
+                    " " + quoted(target.fileURL)),
               0);
     EXPECT_EQ(output, "") << "TypeScript's syntax diagnostics";
     for (int wait = 0; wait < 100 && names(logs).size() < 7; ++wait) {
