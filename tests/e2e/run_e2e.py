@@ -20,9 +20,10 @@ ctx.skip(WHY) to skip. ctx (class Context below) offers:
                        the cache's node, folder, node_modules/.bin/NAME, package folder
   ctx.fresh()          a new temp HOME with PELMORA_HOME inside and a project
                        folder, Pelmora installed for this agent by `pelmora install`
-                       (its output in ctx.installed); sets ctx.home,
+                       (its output in ctx.installed); sets ctx.home, ctx.support,
                        ctx.project, ctx.env (HOME, PELMORA_HOME, PATH with node,
                        telemetry and update checks off)
+  ctx.forget()         forgets the sessions seen so far and removes the marker
   ctx.pelmora(*args)   runs the installed pelmora, returns its output
   ctx.approve(answer)  starts `pelmora approvals --answer ANSWER` in the background
   ctx.run(argv, timeout=, env=, input=)
@@ -94,21 +95,27 @@ class Context:
         self.homes += 1
         self.home = self.temp / ("home%d" % self.homes)
         self.project, self.support = self.home / "project", self.home / ".pelmora"
+        (self.support / "sessions").mkdir(parents=True)
         self.project.mkdir(parents=True)
         path = "%s:%s:/usr/local/bin:/usr/bin:/bin" % (self.node.parent, self.cache / "node_modules/.bin")
         self.env = dict(OFFLINE_ENV, HOME=str(self.home), PELMORA_HOME=str(self.support), PATH=path,
                         USER=os.environ.get("USER", "root"), LANG="C.UTF-8", TMPDIR=str(self.temp))
-        self.states, self.record, self.records = [], None, []
-        self.server.reset()
+        self.forget()
         self.installed = self.pelmora_from(self.args.pelmora, "install", "--test-home", str(self.home), self.name)
         self.check((self.support / "bin/pelmora-hook").exists(), "install did not copy the hook")
         # Woken by each write to the sessions folder, not by a clock: a print-mode
         # agent stops and ends within a tenth of a second.
-        (self.support / "sessions").mkdir(exist_ok=True)
         if self.homes > 1:
             os.close(self.inotify)
         self.inotify = libc.inotify_init1(os.O_NONBLOCK | os.O_CLOEXEC)
         libc.inotify_add_watch(self.inotify, bytes(self.support / "sessions"), 0x8 | 0x80)  # close-write, moved-to
+
+    def forget(self):
+        """Another run in the same home: earlier sessions and the marker go."""
+        for f in [*(self.support / "sessions").glob("*.json"), self.project / self.marker]:
+            f.unlink(missing_ok=True)
+        self.states, self.record, self.records = [], None, []
+        self.server.reset()
 
     def pelmora_from(self, binary, *args):
         out = subprocess.run([binary, *args], env=self.env, capture_output=True, text=True, timeout=60)

@@ -1,5 +1,66 @@
-"""Codex: written next."""
+"""Codex: a custom provider speaking the Responses API. Codex runs only the hooks
+its user has trusted, so the user's step comes first: the interactive interface
+asks to review new hooks, and "Trust all and continue" records each hook's hash
+in config.toml. Then `codex exec`, whose escalation requests go to the
+PermissionRequest hook first (only with an approval policy other than never,
+which --approve-for-me gives exec), answered allow and then deny from outside."""
+
+PACKAGES = ["@openai/codex"]
+PROMPT = "Say hi in the shell"
+CONFIG = """model = "e2e-model"
+model_provider = "e2e"
+check_for_update_on_startup = false
+
+[model_providers.e2e]
+name = "e2e"
+base_url = "%s/v1"
+wire_api = "responses"
+env_key = "E2E_API_KEY"
+request_max_retries = 0
+stream_max_retries = 0
+
+[features]
+plugins = false
+apps = false
+remote_plugin = false
+unbounded_connection_retries = false
+
+[analytics]
+enabled = false
+"""
+TRUST_ADVICE = "Codex runs them only once you trust them"
+
+
+def trust(ctx, env):
+    config = ctx.home / ".codex/config.toml"
+    answered = []
+
+    def trusted(c):
+        if not answered and "Trust all and continue" in c.screen():
+            answered.append(c.keys("Down", "Enter"))
+        return "trusted_hash" in config.read_text()
+    ctx.run_tmux([ctx.bin("codex")], trusted, timeout=30, env=env)
+
+
+def exec_run(ctx, env, answer):
+    ctx.forget()
+    approvals = ctx.approve(answer)
+    out = ctx.run([ctx.bin("codex"), "exec", "--skip-git-repo-check", "--approve-for-me", PROMPT], env=env)
+    ctx.check(approvals.wait(5) == 0 and "codex asks:" in approvals.stdout.read(), "no permission request: " + out)
+    after = ["working"] if answer == "allow" else []
+    ctx.expect_session(["idle", "working", "awaiting", *after, "done", "ended"], title=PROMPT, tool="Bash")
+    ctx.check(ctx.ran() == (answer == "allow"), "the agent did not obey %s: %s" % (answer, out))
 
 
 def run(ctx):
-    ctx.skip("not written yet")
+    ctx.fresh()
+    0 and ctx.check(TRUST_ADVICE in ctx.installed, "install does not say how to trust: " + ctx.installed)
+    (ctx.home / ".codex/config.toml").write_text(CONFIG % ctx.server.url)
+    env = {"E2E_API_KEY": "dummy"}
+    0 and ctx.check(TRUST_ADVICE in ctx.pelmora("doctor"), "doctor does not say how to trust")
+    trust(ctx, env)
+    0 and ctx.check(TRUST_ADVICE not in ctx.pelmora("doctor"), "doctor asks to trust trusted hooks")
+    # The command asks to leave the sandbox, which only a user may allow.
+    ctx.server.extra = {"sandbox_permissions": "require_escalated", "justification": "Say hi?"}
+    exec_run(ctx, env, "allow")
+    exec_run(ctx, env, "deny")
