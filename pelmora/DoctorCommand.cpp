@@ -194,10 +194,14 @@ private:
                 line.text += "  " + (named.empty() ? std::string("not what this version writes")
                                                    : programs(named, line.problem));
                 line.problem = line.problem || status.kind == Case::stale;
-                line.advice = std::string(Install::advice(agent));
             }
             if (line.problem && status.kind != Case::unreadable) {
                 line.text += " ('pelmora install " + line.name + "' puts it right)";
+            } else if (status.kind == Case::installed && !Install::adviceHeeded(agent, target)) {
+                // In place and yet idle until the user does something in the agent.
+                line.status = "untrusted";
+                line.problem = true;
+                line.advice = std::string(Install::advice(agent));
             }
             lines_.push_back(std::move(line));
         }

@@ -8,6 +8,7 @@
 #include "Terminal.h"
 #include "hook/PelmoraPaths.h"
 #include "integration/HookInstaller.h"
+#include "integration/InstallerFiles.h"
 #include "platform/Error.h"
 
 namespace pelmora::cli::Install {
@@ -58,9 +59,68 @@ std::string_view advice(Source agent) {
     switch (agent) {
     // A case per agent that needs a word from its user, such as a setting
     // to change in the agent itself.
+    case Source::codex:
+        return "Codex runs them only once you trust them: start codex and choose \"Trust all and "
+               "continue\" (or review them with /hooks)";
     default:
         return {};
     }
+}
+
+namespace {
+
+// "PreToolUse" -> "pre_tool_use", as Codex names events in its trust keys.
+std::string snakeCase(std::string_view event) {
+    std::string snake;
+    for (char c : event) {
+        if (c >= 'A' && c <= 'Z') {
+            snake += snake.empty() ? "" : "_";
+            c = static_cast<char>(c - 'A' + 'a');
+        }
+        snake += c;
+    }
+    return snake;
+}
+
+// Codex skips a hook its user has not trusted, and records the trust in its
+// config.toml beside hooks.json, one table per hook with its hash:
+//     [hooks.state."/Users/ana/.codex/hooks.json:pre_tool_use:0:0"]
+//     trusted_hash = "sha256:..."
+// Trusted when every event of ours has such a table. The hash itself is
+// Codex's business: a hook changed since is Codex's to ask about again.
+bool codexTrusted(const HookTarget& target) {
+    const std::optional<std::string> config =
+        InstallerFiles::readText(target.fileURL.parent_path() / "config.toml");
+    if (!config) {
+        return false;
+    }
+    std::string key = HookInstaller::tomlString(target.fileURL.string() + ":");
+    key = "[hooks.state." + key.substr(0, key.size() - 1);
+    std::vector<std::string> trusted;
+    std::string table;
+    std::string_view rest = *config;
+    while (!rest.empty()) {
+        std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+        while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+            line.remove_prefix(1);
+        }
+        if (line.starts_with("[")) {
+            table = line;
+        } else if (line.starts_with("trusted_hash") && table.starts_with(key)) {
+            const std::string_view event = std::string_view(table).substr(key.size());
+            trusted.emplace_back(event.substr(0, event.find(':')));
+        }
+    }
+    return std::all_of(target.events.begin(), target.events.end(), [&](const std::string& event) {
+        return std::count(trusted.begin(), trusted.end(), snakeCase(event)) > 0;
+    });
+}
+
+} // namespace
+
+bool adviceHeeded(Source agent, const HookTarget& target) {
+    return agent == Source::codex ? codexTrusted(target) : advice(agent).empty();
 }
 
 std::vector<FileEdit> together(FileEdit hooks, std::vector<FileEdit> statusLine) {

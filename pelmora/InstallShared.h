@@ -10,6 +10,7 @@
 
 #include "hook/Source.h"
 #include "integration/FileEdit.h"
+#include "integration/HookTarget.h"
 
 // What `pelmora install`, `uninstall` and `doctor` share: the home folder
 // they work in, the agents named on the command line, and how a set of
@@ -37,6 +38,9 @@ std::string agentList();
 // A line a person needs to read once the agent's hooks are in place, such
 // as a setting to change in the agent itself; empty for most agents.
 std::string_view advice(Source agent);
+// Whether the agent's own state shows the advice followed (Codex's record
+// of the hooks its user trusted); false while it is needed or unknowable.
+bool adviceHeeded(Source agent, const HookTarget& target);
 
 // Claude's settings take both the hooks and the status line, from two
 // plans that each start from the file on disk: the status line's member

@@ -35,6 +35,9 @@ const std::string usersClaudeSettings = R"({
 }
 )";
 
+const std::string trustAdvice = "Codex runs them only once you trust them: start codex and choose "
+                                "\"Trust all and continue\" (or review them with /hooks)";
+
 struct Installation {
     TempHome support; // PELMORA_HOME, holding the home folder too
     fs::path home = support.path() / "home";
@@ -96,7 +99,8 @@ TEST(InstallCommands, InstallChecksAndUninstallsWithoutTouchingTheUsersOwn) {
     EXPECT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_EQ(run.out, "pelmora-hook: installed " + hook + "\npelmora: installed " +
                            it.support.path().string() + "/bin/pelmora\nclaude: updated " +
-                           it.claude.string() + "\ncodex: created " + it.codex.string() + "\n");
+                           it.claude.string() + "\ncodex: created " + it.codex.string() +
+                           "\ncodex: " + trustAdvice + "\n");
     EXPECT_EQ(fs::status(hook).permissions(), fs::perms(0755));
     EXPECT_NE(it.get(it.codex).find("\"PELMORA_MANAGED=1 '" + hook + "' --source codex"),
               std::string::npos);
@@ -104,6 +108,22 @@ TEST(InstallCommands, InstallChecksAndUninstallsWithoutTouchingTheUsersOwn) {
     run = it.pelmora({"install", "codex", "claude"});
     EXPECT_EQ(run.exitStatus, 0) << run.err;
     EXPECT_EQ(it.files(), installed) << "installing again changes no byte and spends no backup";
+
+    // Codex skips hooks until its user trusts each one, as its config.toml
+    // records; the doctor says how until every event of ours is there.
+    std::string trust;
+    for (const char* event : {"session_start", "session_end", "user_prompt_submit", "pre_tool_use",
+                              "permission_request", "post_tool_use", "pre_compact", "post_compact",
+                              "stop", "interrupt"}) {
+        it.put(it.home / ".codex/config.toml", trust);
+        run = it.pelmora({"doctor"});
+        EXPECT_EQ(run.exitStatus, 1);
+        const std::size_t line = run.out.find("untrusted  " + codex + "  hook runs\n");
+        EXPECT_EQ(run.out.find(std::string(9, ' ') + trustAdvice + "\n"), line + codex.size() + 38)
+            << run.out;
+        trust += "[hooks.state.\"" + codex + ":" + event + ":0:0\"]\ntrusted_hash = \"sha256:0\"\n";
+    }
+    it.put(it.home / ".codex/config.toml", trust);
 
     // The doctor runs the hook the entries name; nothing else is wrong.
     run = it.pelmora({"doctor"});

@@ -54,12 +54,13 @@ def exec_run(ctx, env, answer):
 
 def run(ctx):
     ctx.fresh()
-    0 and ctx.check(TRUST_ADVICE in ctx.installed, "install does not say how to trust: " + ctx.installed)
+    ctx.check(TRUST_ADVICE in ctx.installed, "install does not say how to trust: " + ctx.installed)
     (ctx.home / ".codex/config.toml").write_text(CONFIG % ctx.server.url)
     env = {"E2E_API_KEY": "dummy"}
-    0 and ctx.check(TRUST_ADVICE in ctx.pelmora("doctor"), "doctor does not say how to trust")
+    doctor = ("doctor", "--test-home", str(ctx.home))
+    ctx.check(TRUST_ADVICE in ctx.pelmora(*doctor, any_status=True), "doctor does not say how to trust")
     trust(ctx, env)
-    0 and ctx.check(TRUST_ADVICE not in ctx.pelmora("doctor"), "doctor asks to trust trusted hooks")
+    ctx.check(TRUST_ADVICE not in ctx.pelmora(*doctor, any_status=True), "doctor asks to trust trusted hooks")
     # The command asks to leave the sandbox, which only a user may allow.
     ctx.server.extra = {"sandbox_permissions": "require_escalated", "justification": "Say hi?"}
     exec_run(ctx, env, "allow")
