@@ -10,7 +10,8 @@ PROMPT = "Say hi in the shell"
 CONFIG = """model = "e2e-model"
 model_provider = "e2e"
 check_for_update_on_startup = false
-
+analytics = { enabled = false }
+features = { plugins = false, apps = false, remote_plugin = false, unbounded_connection_retries = false }
 [model_providers.e2e]
 name = "e2e"
 base_url = "%s/v1"
@@ -18,28 +19,15 @@ wire_api = "responses"
 env_key = "E2E_API_KEY"
 request_max_retries = 0
 stream_max_retries = 0
-
-[features]
-plugins = false
-apps = false
-remote_plugin = false
-unbounded_connection_retries = false
-
-[analytics]
-enabled = false
 """
 TRUST_ADVICE = "Codex runs them only once you trust them"
 
 
-def trust(ctx, env):
-    config = ctx.home / ".codex/config.toml"
-    answered = []
-
-    def trusted(c):
-        if not answered and "Trust all and continue" in c.screen():
-            answered.append(c.keys("Down", "Enter"))
-        return "trusted_hash" in config.read_text()
-    ctx.run_tmux([ctx.bin("codex")], trusted, timeout=30, env=env)
+def trusted(c):  # the review of new hooks comes up a moment after the start
+    if c.tmux != "answered" and "Trust all and continue" in c.screen():
+        c.tmux = "answered"
+        c.keys("Down", "Enter")
+    return "trusted_hash" in (c.home / ".codex/config.toml").read_text()
 
 
 def exec_run(ctx, env, answer):
@@ -56,10 +44,9 @@ def run(ctx):
     ctx.fresh()
     ctx.check(TRUST_ADVICE in ctx.installed, "install does not say how to trust: " + ctx.installed)
     (ctx.home / ".codex/config.toml").write_text(CONFIG % ctx.server.url)
-    env = {"E2E_API_KEY": "dummy"}
-    doctor = ("doctor", "--test-home", str(ctx.home))
+    env, doctor = {"E2E_API_KEY": "dummy"}, ("doctor", "--test-home", str(ctx.home))
     ctx.check(TRUST_ADVICE in ctx.pelmora(*doctor, any_status=True), "doctor does not say how to trust")
-    trust(ctx, env)
+    ctx.run_tmux([ctx.bin("codex")], trusted, timeout=30, env=env)
     ctx.check(TRUST_ADVICE not in ctx.pelmora(*doctor, any_status=True), "doctor asks to trust trusted hooks")
     # The command asks to leave the sandbox, which only a user may allow.
     ctx.server.extra = {"sandbox_permissions": "require_escalated", "justification": "Say hi?"}

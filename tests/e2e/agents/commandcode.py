@@ -1,4 +1,5 @@
 """Written by the other half of the suite."""
+PACKAGES = []
 
 
 def run(ctx):
