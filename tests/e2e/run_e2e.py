@@ -40,8 +40,7 @@ OFFLINE_ENV = {"DO_NOT_TRACK": "1", "NO_UPDATE_NOTIFIER": "1", "NPM_CONFIG_UPDAT
 libc = ctypes.CDLL(None, use_errno=True)
 
 
-class Skip(Exception):
-    pass
+class Skip(Exception): pass  # noqa: E701
 
 
 class Context:
@@ -97,8 +96,7 @@ class Context:
         proc = subprocess.Popen(argv, env=self.env, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
         self.procs.append(proc)
         for _ in range(100):  # until it listens
-            if not (self.support / "approval.sock").exists():
-                time.sleep(0.05)
+            time.sleep(0 if (self.support / "approval.sock").exists() else 0.05)
         return proc
 
     def watch(self):  # new states, and the secret nowhere
