@@ -9,7 +9,7 @@ As root, where `unshare --net` works, it all runs in a network namespace with lo
 
 An agent is a module agents/<name>.py with PACKAGES (the npm packages it needs) and run(ctx), which
 fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). ctx (Context below) offers:
-  server                model_server.Server: .url, .log, .extra (added to the tool call's arguments)
+  server                model_server.Server: .url, .log, .extra (more tool call arguments, until fresh())
   secret, marker        the model's shell command holds the secret and creates the file `marker`
   node, cache, bin(NAME)                  the cache's node, its folder, node_modules/.bin/NAME
   fresh()               a new temp HOME (ctx.home) holding PELMORA_HOME (ctx.support) and ctx.project,
@@ -71,6 +71,7 @@ class Context:
         self.env = dict(OFFLINE_ENV, HOME=str(self.home), PELMORA_HOME=str(self.support), PATH=path,
                         USER=os.environ.get("USER", "root"), LANG="C.UTF-8", TMPDIR=str(self.temp))
         self.forget()
+        self.server.extra = {}
         self.installed = self.pelmora("install", "--test-home", str(self.home), self.name, binary=self.args.pelmora)
         self.check(filecmp.cmp(self.args.hook, self.support / "bin/pelmora-hook"), "install did not copy the hook")
         # Woken by each write to the sessions folder, not by a clock: a print-mode agent
