@@ -1,17 +1,17 @@
-"""Codex: a custom provider speaking the Responses API. Codex runs only the hooks
-its user has trusted, so the user's step comes first: the interactive interface
-asks to review new hooks, and "Trust all and continue" records each hook's hash
-in config.toml. Then `codex exec`, whose escalation requests go to the
-PermissionRequest hook first (only with an approval policy other than never,
-which --approve-for-me gives exec), answered allow and then deny from outside."""
+"""Codex: a custom provider speaking the Responses API. Codex runs only hooks its user trusted, so
+the user's step comes first: its interactive interface asks to review new hooks, and "Trust all and
+continue" records each hook's hash in config.toml. Then `codex exec --approve-for-me` (an approval
+policy other than never), whose escalation request goes to the PermissionRequest hook first,
+answered allow and then deny from outside."""
 
 PACKAGES = ["@openai/codex"]
 PROMPT = "Say hi in the shell"
+# No app-server daemon: it would outlive the run, out of the process group.
 CONFIG = """model = "e2e-model"
 model_provider = "e2e"
 check_for_update_on_startup = false
 analytics = { enabled = false }
-features = { plugins = false, apps = false, remote_plugin = false, unbounded_connection_retries = false }
+features = { plugins = false, apps = false, remote_plugin = false, unbounded_connection_retries = false, daemon_auto_start = false }
 [model_providers.e2e]
 name = "e2e"
 base_url = "%s/v1"
