@@ -64,14 +64,14 @@ npm_cli="$dir/npm/bin/npm-cli.js"
 mkdir -p "$dir"
 if [ "$("$node" --version 2>/dev/null)" != "v$node_version" ]; then
     if ! fetch "node-$platform" "$node_version" "$dir/node" 2>"$dir/install.log"; then
-        echo "npm-tools: cannot fetch Node.js $node_version from the npm registry (see $dir/install.log)" >&2
+        echo "npm-tools: cannot fetch Node.js $node_version from the npm registry (see $dir/install.log); the tests that need it skip" >&2
         exit 1
     fi
     chmod +x "$node"
 fi
 if [ "$("$node" "$npm_cli" --version 2>/dev/null)" != "$npm_version" ]; then
     if ! fetch npm "$npm_version" "$dir/npm" 2>"$dir/install.log"; then
-        echo "npm-tools: cannot fetch npm $npm_version from the npm registry (see $dir/install.log)" >&2
+        echo "npm-tools: cannot fetch npm $npm_version from the npm registry (see $dir/install.log); the tests that need it skip" >&2
         exit 1
     fi
 fi
@@ -92,7 +92,7 @@ if ((${#missing[@]})); then
     # native programs come as optional packages.
     if ! PATH="$dir/node/bin:$PATH" "$node" "$npm_cli" install --prefix "$dir" --registry "$registry" --no-audit --no-fund \
         --no-update-notifier --loglevel=error "${missing[@]}" >"$dir/install.log" 2>&1; then
-        echo "npm-tools: cannot install ${missing[*]} from the npm registry (see $dir/install.log)" >&2
+        echo "npm-tools: cannot install ${missing[*]} from the npm registry (see $dir/install.log); the tests that need them skip" >&2
         exit 1
     fi
 fi
