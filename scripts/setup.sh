@@ -8,6 +8,7 @@ set -euo pipefail
 
 # One line per need: the Debian package that fills it, then its check:
 #   command NAME [MIN]    NAME runs, and its version is MIN or newer
+#   file PATH             PATH is a file
 #   python MODULE         python3 imports MODULE
 #   pkg-config MODULE     pkg-config knows MODULE
 #   cmake-package NAME    find_package(NAME CONFIG) would find it
@@ -21,9 +22,11 @@ needs=(
     "clang-format       command clang-format"
     "pkg-config         command pkg-config"
     "git                command git"
+    "ca-certificates    file /etc/ssl/certs/ca-certificates.crt"
     "python3            python tomllib"
     "zsh                command zsh"
     "tmux               command tmux"
+    "rustc              command rustc"
     "libpcre2-dev       pkg-config libpcre2-8"
     "libutf8proc-dev    pkg-config libutf8proc"
     "libgtest-dev       cmake-package GTest"
@@ -53,6 +56,10 @@ check() {
             lack+=" (found ${have:-no version})"
             [ -n "$have" ] && printf '%s\n%s\n' "$2" "$have" | sort -V -C || return 1
         fi
+        ;;
+    file)
+        lack="the file $1"
+        [ -f "$1" ]
         ;;
     python)
         lack="python3 with the module $1"

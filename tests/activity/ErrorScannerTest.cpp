@@ -1,5 +1,6 @@
 #include "activity/ErrorScanner.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <set>
@@ -80,6 +81,16 @@ TEST(ErrorScanner, RealCompilersAndInterpreters) {
         {"node", "FORCE_COLOR=1 node broken.js",
          "TypeError: Cannot read properties of null (reading 'length')"},
         {"rustc", "rustc --color=always broken.rs", "error[E0308]: mismatched types"}};
+    // A node of the system's comes first; else the one scripts/npm-tools.sh
+    // keeps in its cache.
+    const char* cache = std::getenv("PELMORA_NPM_CACHE");
+    const char* xdg = std::getenv("XDG_CACHE_HOME");
+    const std::string npm =
+        cache != nullptr
+            ? cache
+            : (xdg != nullptr ? std::string(xdg) : std::string(std::getenv("HOME")) + "/.cache") +
+                  "/pelmora/npm";
+    setenv("PATH", (std::string(std::getenv("PATH")) + ":" + npm + "/node/bin").c_str(), 1);
     for (const auto& c : cases) {
         if (!tools::haveTool(c.tool)) {
             std::cout << c.tool << " is not installed: its case is skipped\n";
