@@ -130,6 +130,7 @@ cat <<'EOF'
 
 That was the main job: pelmora-hook turned the agents' hook events into the
 sessions above, and pelmora approvals answered their requests in the notch's
-place. Next, try build/release/pelmora/pelmora with sessions, approvals
---answer allow, or paths, and help for every command.
+place. Next, try build/release/pelmora/pelmora with watch (the island, live,
+answering requests), install --dry-run (what it would put into your agents'
+settings), changes, or help for every command.
 EOF
