@@ -23,7 +23,7 @@ TEST_F(IntegrationTest, ZshSourcesTheBlockSilentlyReportsAndLeavesTheUsersLines)
     put(rc, mine);
     BackupRun run(support / "backups", 1767607200);
     SI::install(cli.string(), 30, rc, SI::scriptURL(), run);
-    SI::install(cli.string(), 1, rc, SI::scriptURL(), run);
+    SI::install(cli.string(), 2, rc, SI::scriptURL(), run);
     EXPECT_EQ(get(rc).find(SI::beginMarker), get(rc).rfind(SI::beginMarker));
     EXPECT_EQ(shell("zsh -n " + quoted(SI::scriptURL())), 0) << output;
     auto zsh = [&](const std::string& commands) {
@@ -34,15 +34,17 @@ TEST_F(IntegrationTest, ZshSourcesTheBlockSilentlyReportsAndLeavesTheUsersLines)
     EXPECT_EQ(zsh("true\nfalse\ncd /\n"), "") << "sourcing and running the hooks is silent";
 
     // A failed git command is reported however fast; a failed other command
-    // only when it ran long; a long command reports its start too.
-    zsh("git push 2>/dev/null\nsh -c 'exit 2'\nsleep 1.5\n");
+    // only when it ran long; a long command reports its start too. The script
+    // counts whole seconds, so a quick command that straddles a second's turn
+    // ran "1 second": the threshold is 2.
+    zsh("git push 2>/dev/null\nsh -c 'exit 2'\nsleep 2.5\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     const std::string calls = get(temp / "calls");
     const std::string cwd = "|--cwd|" + (temp / "z").string() + "|--|";
     EXPECT_NE(calls.find("|--exit|128" + cwd + "git push 2>/dev/null|"), std::string::npos);
     EXPECT_EQ(calls.find("exit 2"), std::string::npos) << calls;
-    EXPECT_NE(calls.find(cwd + "sleep 1.5|\nshell|end|"), std::string::npos) << calls;
-    EXPECT_NE(calls.find("|--exit|0" + cwd + "sleep 1.5|"), std::string::npos) << calls;
+    EXPECT_NE(calls.find(cwd + "sleep 2.5|\nshell|end|"), std::string::npos) << calls;
+    EXPECT_NE(calls.find("|--exit|0" + cwd + "sleep 2.5|"), std::string::npos) << calls;
 
     put(rc, get(rc) + "echo after\n");
     SI::remove(rc, run);
