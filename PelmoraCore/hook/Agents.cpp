@@ -124,6 +124,10 @@ constexpr std::array<Row, allSources.size()> table = [] {
     qwen.detection = Detection::whenUnnamed;
     qwen.hookEvents = claudeEvents;
     qwen.blockingEvents = permissionRequest;
+    // Qwen Code before its seconds form read every value as milliseconds, and
+    // later versions still read 1000 and above so: only this form holds a
+    // permission request for the whole wait everywhere.
+    qwen.timeoutUnit = TimeoutUnit::milliseconds;
 
     Row& copilot = t[6] = agent(Source::copilot, "copilot", "GitHub Copilot", "CP");
     copilot.supportsApprovals = true;

@@ -18,7 +18,20 @@ constexpr std::string_view head =
 
 // From HOOK's closing quote to the end. Handlers return nothing and catch
 // everything: a report must never delay, block or fail what pi is doing.
+// Reports go out one at a time, in the order pi raised them, so the notch
+// never sees a session end before the turn's end. In print mode pi shuts the
+// session down while its own queue may still hold agent_end, and quits as
+// soon as nothing holds node's event loop: so the shutdown handler, which pi
+// awaits, first waits (briefly) for the open run to end and then for every
+// pending report, and the hook processes stay referenced until they exit.
 constexpr std::string_view tail = R"ts(";
+
+const REPORT_LIMIT_MS = 5000;
+const RUN_END_WAIT_MS = 2000;
+
+let pending: Promise<void> = Promise.resolve();
+let openRuns = 0;
+let runEnded: (() => void) | undefined;
 
 function sessionId(ctx: any): string {
   try {
@@ -32,7 +45,36 @@ function sessionId(ctx: any): string {
   return `pid-${process.pid}`;
 }
 
-function report(name: string, ctx: any, extra: Record<string, unknown> = {}): void {
+function send(payload: string): Promise<void> {
+  return new Promise((resolve) => {
+    try {
+      const child = spawn(HOOK, ["--source", "pi", "--ppid", String(process.pid)], {
+        stdio: ["pipe", "ignore", "ignore"],
+        detached: true,
+        env: { ...process.env, PELMORA_MANAGED: "1" },
+      });
+      const limit = setTimeout(() => {
+        try {
+          child.kill();
+        } catch {
+          // already gone
+        }
+      }, REPORT_LIMIT_MS);
+      const finished = () => {
+        clearTimeout(limit);
+        resolve();
+      };
+      child.on("error", finished);
+      child.on("close", finished);
+      child.stdin?.on("error", () => {});
+      child.stdin?.end(payload);
+    } catch {
+      resolve();
+    }
+  });
+}
+
+function report(name: string, ctx: any, extra: Record<string, unknown> = {}): Promise<void> {
   try {
     const payload = JSON.stringify({
       hook_event_name: name,
@@ -40,36 +82,60 @@ function report(name: string, ctx: any, extra: Record<string, unknown> = {}): vo
       cwd: typeof ctx?.cwd === "string" ? ctx.cwd : process.cwd(),
       ...extra,
     });
-    const child = spawn(HOOK, ["--source", "pi", "--ppid", String(process.pid)], {
-      stdio: ["pipe", "ignore", "ignore"],
-      detached: true,
-      env: { ...process.env, PELMORA_MANAGED: "1" },
-    });
-    child.on("error", () => {});
-    child.stdin?.on("error", () => {});
-    child.stdin?.end(payload);
-    child.unref();
+    pending = pending.then(() => send(payload));
   } catch {
     // reporting is best effort
   }
+  return pending;
+}
+
+function runsEnded(): Promise<void> {
+  if (openRuns === 0) {
+    return Promise.resolve();
+  }
+  return new Promise((resolve) => {
+    const limit = setTimeout(resolve, RUN_END_WAIT_MS);
+    runEnded = () => {
+      clearTimeout(limit);
+      resolve();
+    };
+  });
 }
 
 export default function (pi: any): void {
-  pi.on("session_start", (_event: any, ctx: any) => report("SessionStart", ctx));
-  pi.on("agent_start", (_event: any, ctx: any) => report("UserPromptSubmit", ctx));
+  pi.on("session_start", (_event: any, ctx: any) => {
+    report("SessionStart", ctx);
+  });
+  pi.on("agent_start", (_event: any, ctx: any) => {
+    openRuns += 1;
+    report("UserPromptSubmit", ctx);
+  });
   pi.on("before_agent_start", (event: any, ctx: any) => {
     if (event?.prompt) {
       report("UserPromptSubmit", ctx, { prompt: String(event.prompt) });
     }
   });
-  pi.on("tool_call", (event: any, ctx: any) =>
-    report("PreToolUse", ctx, { tool_name: event?.toolName, tool_input: event?.input ?? {} }),
-  );
-  pi.on("tool_result", (event: any, ctx: any) =>
-    report("PostToolUse", ctx, { tool_name: event?.toolName }),
-  );
-  pi.on("agent_end", (_event: any, ctx: any) => report("Stop", ctx));
-  pi.on("session_shutdown", (_event: any, ctx: any) => report("SessionEnd", ctx));
+  pi.on("tool_call", (event: any, ctx: any) => {
+    report("PreToolUse", ctx, { tool_name: event?.toolName, tool_input: event?.input ?? {} });
+  });
+  pi.on("tool_result", (event: any, ctx: any) => {
+    report("PostToolUse", ctx, { tool_name: event?.toolName });
+  });
+  pi.on("agent_end", (_event: any, ctx: any) => {
+    openRuns = Math.max(0, openRuns - 1);
+    report("Stop", ctx);
+    if (openRuns === 0) {
+      runEnded?.();
+    }
+  });
+  pi.on("session_shutdown", async (_event: any, ctx: any) => {
+    try {
+      await runsEnded();
+      await report("SessionEnd", ctx);
+    } catch {
+      // reporting is best effort
+    }
+  });
 }
 )ts";
 

@@ -67,7 +67,18 @@ TEST_F(IntegrationTest, JsonAgentsKeepTheUsersContentThroughInstallAndUninstall)
         EXPECT_EQ(HI::status(target, hookPath), HI::Status::installed());
         const JSONValue root = OrderedJSON::parse(installed);
         EXPECT_EQ(root.value({"hooks", "PreToolUse"})->arrayElements()->size(), 3u);
-        EXPECT_EQ(HI::managedTimeout(root, {"hooks"}, "Stop"), 5);
+        const int unit = source == Source::qwen ? 1000 : 1;
+        EXPECT_EQ(HI::managedTimeout(root, {"hooks"}, "Stop"), 5 * unit);
+        EXPECT_EQ(HI::managedTimeout(root, {"hooks"}, "PermissionRequest"),
+                  target.blockingEvents.count("PermissionRequest") ? std::optional(130 * unit)
+                                                                   : std::nullopt);
+        if (source == Source::qwen) { // an install from before the milliseconds is stale
+            std::string old = installed;
+            old.replace(old.find("130000"), 6, "130");
+            put(target.fileURL, old);
+            EXPECT_EQ(HI::status(target, hookPath).kind, Case::stale);
+            HI::install(target, hookPath);
+        }
         HI::install(target, hookPath);
         EXPECT_EQ(get(target.fileURL), installed) << "a second install changes no byte";
         HI::uninstall(target);
