@@ -25,6 +25,10 @@ packages=(
     @qwen-code/qwen-code@0.24.4
     @mariozechner/pi-coding-agent@0.73.1
     command-code@1.64.0
+    # command-code imports this package's default export, which its ESM
+    # build no longer has from 1.44 on: the newest that ^1.30.0 allows
+    # stops the program before it starts.
+    @opentelemetry/semantic-conventions@1.43.0
 )
 
 case "$(uname -s)-$(uname -m)" in
