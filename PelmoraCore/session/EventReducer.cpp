@@ -132,7 +132,12 @@ bool apply(const HookEvent& event, SessionRecord& record, double now) {
                 TaskTitle::make(view(event.prompt), view(event.source), record.cwd)) {
             record.title = std::move(*title);
         }
-        record.turnStartedAt = now;
+        // Qwen Code sends an empty prompt when it goes on after a tool's result
+        // or a permission answer: the turn it continues keeps its start.
+        if (!(event.prompt && event.prompt->empty() && record.turnStartedAt &&
+              (record.state == SessionState::working || record.state == SessionState::awaiting))) {
+            record.turnStartedAt = now;
+        }
         record.tool.reset();
         record.summary.reset();
         enter(record, SessionState::working, now);

@@ -204,7 +204,13 @@ TEST(ApprovalExchange, EveryAgentGetsItsOwnReplyByteForByte) {
     const std::map<std::string, Agent> agents{
         {"claude", {permission, {}, {}}},
         {"codex", {permission, {"--source", "codex"}, {}}},
-        {"qwen", {questionEvent("PermissionRequest", "Bash"), {}, {{"QWEN_PROJECT_DIR", "/w"}}}},
+        // As Qwen Code sends it: its own tool names, no suggestions.
+        {"qwen",
+         {R"({"session_id":"q","cwd":"/w","hook_event_name":"PermissionRequest",)"
+          R"("permission_mode":"default","prompt_id":"q########0","tool_name":)"
+          R"("run_shell_command","tool_input":{"command":"make","description":"Build"}})",
+          {},
+          {{"QWEN_PROJECT_DIR", "/w"}}}},
         {"copilot",
          {R"({"hookEventName":"permissionRequest","sessionId":"c-1","workspaceRoot":"/w"})",
           {"--source", "copilot"},

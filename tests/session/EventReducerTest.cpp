@@ -104,6 +104,11 @@ TEST(EventReducer, FieldsEachEventSets) {
         // A prompt that makes no title keeps the previous one.
         {working, event("UserPromptSubmit", R"(,"prompt":"ok")"),
          [](SessionRecord& r) { r.turnStartedAt = now, r.tool = r.summary = std::nullopt; }},
+        // An empty prompt goes on with the turn under way (Qwen Code, after a tool).
+        {awaiting, event("UserPromptSubmit", R"(,"prompt":"")"),
+         [](SessionRecord& r) { r.tool = r.summary = std::nullopt; }},
+        {done, event("UserPromptSubmit", R"(,"prompt":"")"),
+         [](SessionRecord& r) { r.turnStartedAt = now, r.tool = r.summary = std::nullopt; }},
         // A turn keeps its start; one that begins with a tool starts there.
         {working, event("PreToolUse", make),
          [](SessionRecord& r) { r.tool = "Bash", r.summary = "make"; }},

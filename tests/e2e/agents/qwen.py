@@ -24,6 +24,11 @@ def setup(ctx):
     return {"E2E_API_KEY": "dummy", "QWEN_CODE_SUPPRESS_YOLO_WARNING": "1"}
 
 
+def one_turn(ctx):  # Qwen goes on after a tool with an empty prompt, which must not restart the turn
+    starts = {r["turnStartedAt"] for r in ctx.records if "turnStartedAt" in r}
+    ctx.check(len(starts) == 1, "the turn restarted: %s" % starts)
+
+
 def interactive(ctx, answer):
     env, approvals = setup(ctx), ctx.approve(answer)
 
@@ -40,6 +45,7 @@ def interactive(ctx, answer):
     # After the answer Qwen goes on with an empty UserPromptSubmit, allowed or not.
     ctx.expect_session(["working", "awaiting", "working", "done", "ended"], title=PROMPT, tool="run_shell_command")
     ctx.check(ctx.ran() == (answer == "allow"), "the agent did not obey " + answer)
+    one_turn(ctx)
 
 
 def run(ctx):
@@ -47,5 +53,6 @@ def run(ctx):
     out = ctx.run([ctx.bin("qwen"), "-p", PROMPT, "--yolo"], env=env)
     ctx.check(ctx.ran() and "All done." in out, "the command did not run: " + out)
     ctx.expect_session(["working", "done"], title=PROMPT, tool="run_shell_command")
+    one_turn(ctx)
     interactive(ctx, "allow")
     interactive(ctx, "deny")
