@@ -16,9 +16,9 @@ constexpr std::string_view head =
     "\n"
     "const HOOK = \"";
 
-// From HOOK's closing quote to the end. Handlers return nothing and catch
-// everything: a report must never delay, block or fail what pi is doing.
-// Reports go out one at a time, in the order pi raised them, so the notch
+// From HOOK's closing quote to the end. Handlers return at once, all but the
+// shutdown's, and catch everything: a report must never delay, block or fail
+// what pi is doing. Reports go out one at a time, in the order pi raised them, so the notch
 // never sees a session end before the turn's end. In print mode pi shuts the
 // session down while its own queue may still hold agent_end, and quits as
 // soon as nothing holds node's event loop: so the shutdown handler, which pi
