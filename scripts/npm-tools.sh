@@ -94,7 +94,9 @@ if ((${#missing[@]})); then
     [ -f "$dir/package.json" ] || echo '{ "private": true }' >"$dir/package.json"
     # The agents' own install scripts fetch nothing the suite needs: their
     # native programs come as optional packages.
-    if ! PATH="$dir/node/bin:$PATH" "$node" "$npm_cli" install --prefix "$dir" --registry "$registry" --no-audit --no-fund \
+    # --use-openssl-ca: npm trusts what the system trusts (a proxy's own
+    # authority installed there included), not only node's built-in list.
+    if ! PATH="$dir/node/bin:$PATH" "$node" --use-openssl-ca "$npm_cli" install --prefix "$dir" --registry "$registry" --no-audit --no-fund \
         --no-update-notifier --loglevel=error "${missing[@]}" >"$dir/install.log" 2>&1; then
         echo "npm-tools: cannot install ${missing[*]} from the npm registry (see $dir/install.log); the tests that need them skip" >&2
         exit 1

@@ -26,6 +26,7 @@ needs=(
     "python3            python tomllib"
     "zsh                command zsh"
     "tmux               command tmux"
+    "iproute2           command ip"
     "rustc              command rustc"
     "libpcre2-dev       pkg-config libpcre2-8"
     "libutf8proc-dev    pkg-config libutf8proc"

@@ -16,8 +16,7 @@ def run(ctx):
         "baseURL": ctx.server.url + "/v1", "apiKey": False, "models": {"e2e-model": {"contextWindow": 100000}}}}}))
     (ctx.home / ".commandcode/updates.json").write_text(json.dumps({"autoUpdate": False,
                                                                   "lastCheckedAt": int(time.time() * 1000)}))
-    # CI set to anything but 0 or false makes its terminal interface draw nothing until the end.
-    env = {"CMD_LOCAL_ONLY": "1", "COMMAND_CODE_API_KEY": "dummy", "CI": "0"}
+    env = {"CMD_LOCAL_ONLY": "1", "COMMAND_CODE_API_KEY": "dummy"}
     argv = [ctx.bin("cmd"), "--model", "e2e/e2e-model"]
     out = ctx.run([*argv, "--yolo", "-p", PROMPT], env=env)
     ctx.check(ctx.ran() and "All done." in out, "the command did not run: " + out)
