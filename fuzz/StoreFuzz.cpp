@@ -9,13 +9,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "FuzzDocument.h"
+#include "FuzzFiles.h"
 #include "json/OrderedJSON.h"
 #include "session/SessionStore.h"
 #include "support/Text.h"
@@ -29,30 +29,6 @@ void check(bool condition) {
     if (!condition) {
         std::abort();
     }
-}
-
-struct Folder {
-    std::filesystem::path root;
-    Folder() {
-        // Files are rewritten for every input: TMPDIR on a memory file system
-        // (/dev/shm) keeps that off the disk.
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "pelmora-store-fuzz-XXXXXX").string();
-        check(::mkdtemp(pattern.data()) != nullptr);
-        root = pattern;
-        std::filesystem::create_directories(root / "sessions");
-        std::filesystem::create_directories(root / "written");
-    }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(root, ignored);
-    }
-};
-
-void writeFile(const std::filesystem::path& file, std::string_view bytes) {
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    check(out.good());
 }
 
 // A valid session file whose members the input rewrites one by one.
@@ -118,7 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (size == 0) {
         return 0;
     }
-    static const Folder folder;
+    static const fuzz::ScratchFolder folder("store-fuzz", {"sessions", "written"});
     const std::filesystem::path directory = folder.root / "sessions";
     const std::filesystem::path file =
         SessionStore::fileURL(Source::claude, "fuzz/session", directory);
@@ -128,7 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (data[0] >= 0xfe) {
         bytes.resize(std::max(bytes.size(), SessionStore::maxFileSize + data[0] - 0xfe), ' ');
     }
-    writeFile(file, bytes);
+    fuzz::writeFile(file, bytes);
 
     const SessionStore::LoadResult loaded = SessionStore::load(file);
     check(loaded.path == file);
@@ -165,7 +141,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // A file rewritten to the same size and given back its date is served
     // from the cache, unread.
     const std::filesystem::file_time_type written = std::filesystem::last_write_time(file);
-    writeFile(file, std::string(bytes.size(), 'x'));
+    fuzz::writeFile(file, std::string(bytes.size(), 'x'));
     std::filesystem::last_write_time(file, written);
     check(SessionStore::loadAll(directory, cache) == scanned);
     return 0;

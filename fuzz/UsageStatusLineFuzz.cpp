@@ -9,12 +9,12 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "FuzzDocument.h"
+#include "FuzzFiles.h"
 #include "integration/HookTarget.h"
 #include "integration/StatusLineInstaller.h"
 #include "json/KeyedJSON.h"
@@ -99,29 +99,6 @@ void windows(std::string_view bytes) {
     }
 }
 
-struct Folder {
-    std::filesystem::path home;
-    Folder() {
-        // Files are rewritten for every input: TMPDIR on a memory file system
-        // (/dev/shm) keeps that off the disk.
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "pelmora-statusline-fuzz-XXXXXX").string();
-        check(::mkdtemp(pattern.data()) != nullptr);
-        home = pattern;
-        std::filesystem::create_directories(home / ".claude");
-    }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(home, ignored);
-    }
-};
-
-void write(const std::filesystem::path& file, std::string_view bytes) {
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    check(out.good());
-}
-
 // The "command" the hook should forward to: the first such member of an
 // object, when it is a string.
 std::optional<std::string> commandOf(const std::optional<JSONValue>& saved) {
@@ -133,9 +110,9 @@ std::optional<std::string> commandOf(const std::optional<JSONValue>& saved) {
 }
 
 void savedStatusLine(std::string_view bytes) {
-    static const Folder folder;
-    const std::filesystem::path side = folder.home / "statusline-original.json";
-    write(side, bytes);
+    static const fuzz::ScratchFolder folder("statusline-fuzz", {".claude"});
+    const std::filesystem::path side = folder.root / "statusline-original.json";
+    fuzz::writeFile(side, bytes);
     const std::optional<JSONValue> saved = OrderedJSON::tryParse(bytes);
     check(StatusLineInstaller::originalCommand(side) == commandOf(saved));
     if (!saved) {
@@ -145,17 +122,17 @@ void savedStatusLine(std::string_view bytes) {
     // The same value as the user's status line in Claude's settings: what
     // installing saves of it gives the hook its command, and the settings
     // then hold the product's line.
-    const HookTarget target = HookTarget::target(Source::claude, folder.home);
+    const HookTarget target = HookTarget::target(Source::claude, folder.root);
     JSONValue settings = JSONValue::object();
     settings.set("statusLine", *saved);
-    write(target.fileURL, OrderedJSON::serialize(settings, "  "));
+    fuzz::writeFile(target.fileURL, OrderedJSON::serialize(settings, "  "));
     const std::vector<FileEdit> changes =
         StatusLineInstaller::planInstall(target, "/Apps/It's/pelmora-hook", side);
     const bool ours = StatusLineInstaller::isOurs(&*saved);
     check(changes.size() == (ours ? 1 : 2) && changes.back().file == target.fileURL);
     if (!ours) {
         check(changes.front().file == side && changes.front().after);
-        write(side, *changes.front().after);
+        fuzz::writeFile(side, *changes.front().after);
         check(StatusLineInstaller::originalCommand(side) == commandOf(saved));
     }
     const std::optional<JSONValue> installed = OrderedJSON::tryParse(*changes.back().after);
