@@ -10,6 +10,7 @@
 #include "integration/HookInstaller.h"
 #include "integration/InstallerFiles.h"
 #include "platform/Error.h"
+#include "support/Ascii.h"
 
 namespace pelmora::cli::Install {
 
@@ -73,11 +74,10 @@ namespace {
 std::string snakeCase(std::string_view event) {
     std::string snake;
     for (char c : event) {
-        if (c >= 'A' && c <= 'Z') {
-            snake += snake.empty() ? "" : "_";
-            c = static_cast<char>(c - 'A' + 'a');
+        if (Ascii::isUpper(c) && !snake.empty()) {
+            snake += '_';
         }
-        snake += c;
+        snake += Ascii::toLower(c);
     }
     return snake;
 }
@@ -102,7 +102,7 @@ bool codexTrusted(const HookTarget& target) {
     while (!rest.empty()) {
         std::string_view line = rest.substr(0, rest.find('\n'));
         rest.remove_prefix(std::min(rest.size(), line.size() + 1));
-        while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+        while (!line.empty() && Ascii::isBlank(line.front())) {
             line.remove_prefix(1);
         }
         if (line.starts_with("[")) {
