@@ -59,7 +59,10 @@ shutil.rmtree(folder, ignore_errors=True)
 with tarfile.open(fileobj=io.BytesIO(tarball)) as archive:
     for member in archive.getmembers():
         member.name = member.name.split("/", 1)[-1]  # the package/ folder
-    archive.extractall(folder, filter="tar" if hasattr(tarfile, "tar_filter") else None)
+        if member.name.startswith("/") or ".." in member.name.split("/"):
+            sys.exit(f"{name}@{version}: {member.name} would land outside {folder}")
+    # Extraction filters came with Python 3.11.4; Debian 12 has 3.11.2.
+    archive.extractall(folder, **({"filter": "tar"} if hasattr(tarfile, "tar_filter") else {}))
 EOF
 }
 
