@@ -21,7 +21,8 @@ fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). ctx (C
   run(ARGV, timeout=60, env={})   runs the agent in the project folder in its own process
                         group, watching the sessions folder; killed past the timeout (a failure)
   run_tmux(ARGV, done, timeout=60, env={})    the same in a tmux pane until done(ctx) holds;
-                        keys(*KEYS) types into it, screen() reads it
+                        keys(*KEYS) types into it, screen() reads it, press(*KEYS) types KEYS
+                        the first time it is called and Enter again every 2 s after that
   states, records       the session states seen, in order, and every record seen
   expect_session(STATES, title=, tool=)       states in order, title, tool word, summary redacted
                         (that no session file holds the secret is checked all along)
@@ -150,7 +151,7 @@ class Context:
             raise Skip("no tmux: run scripts/setup.sh")
         exports = "".join("export %s=%s\n" % (k, shlex.quote(v)) for k, v in dict(self.env, **(env or {})).items())
         (self.temp / "agent.sh").write_text("%scd %s\nexec %s\n" % (exports, self.project, shlex.join(argv)))
-        self.tmux = True
+        self.tmux, self.pressed = True, 0
         self.tmux_cmd("new-session", "-d", "-x", "200", "-y", "50", "sh %s/agent.sh" % self.temp)
         try:
             self.wait(None, timeout, done)
@@ -161,6 +162,13 @@ class Context:
 
     def keys(self, *keys):
         self.tmux_cmd("send-keys", *keys)
+
+    def press(self, *keys):
+        """For an answer asked again until the agent shows it was taken: a key that comes while an
+        interface swaps one screen for the next can be lost, and then nothing would ever happen."""
+        if time.time() - self.pressed > 2:
+            self.keys(*(keys if not self.pressed else ["Enter"]))
+            self.pressed = time.time()
 
     def screen(self):
         return self.tmux_cmd("capture-pane", "-p")

@@ -20,9 +20,8 @@ def interactive(ctx, answer):
     env, approvals = setup(ctx), ctx.approve(answer)
 
     def ended(c):  # /exit once the turn is done, for SessionEnd
-        if c.states[-1:] == ["done"] and c.tmux != "exiting":
-            c.tmux = "exiting"
-            c.keys("/exit", "Enter")
+        if c.states[-1:] == ["done"]:
+            c.press("/exit", "Enter")
         return c.states[-1:] == ["ended"]
     # Auto mode, the default, would have a server-side check decide instead of the user.
     ctx.run_tmux([ctx.bin("claude"), "--permission-mode", "default", PROMPT], ended, env=env)

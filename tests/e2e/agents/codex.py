@@ -24,9 +24,8 @@ TRUST_ADVICE = "Codex runs them only once you trust them"
 
 
 def trusted(c):  # the review of new hooks comes up a moment after the start
-    if c.tmux != "answered" and "Trust all and continue" in c.screen():
-        c.tmux = "answered"
-        c.keys("Down", "Enter")
+    if "Trust all and continue" in c.screen():
+        c.press("Down", "Enter")
     return "trusted_hash" in (c.home / ".codex/config.toml").read_text()
 
 

@@ -33,10 +33,8 @@ def interactive(ctx, answer):
     env, approvals = setup(ctx), ctx.approve(answer)
 
     def ended(c):  # /quit once the turn is done, for SessionEnd
-        if c.states[-1:] == ["done"] and c.tmux != "exiting":
-            c.tmux = "exiting"
-            c.keys("/quit")
-            c.keys("Enter")
+        if c.states[-1:] == ["done"]:
+            c.press("/quit")
         return c.states[-1:] == ["ended"]
     # Auto mode would ask the model to classify the call first; default mode asks the user.
     ctx.run_tmux([ctx.bin("qwen"), "--approval-mode", "default", "-i", PROMPT], ended, timeout=90, env=env)
