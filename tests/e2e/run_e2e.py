@@ -124,8 +124,10 @@ class Context:
                 return
             if select.select([self.inotify], [], [], 0.1)[0]:
                 os.read(self.inotify, 65536)
+        # An interface that redraws as it waits can be caught half drawn: its screen a moment later.
+        screen = self.tmux and (time.sleep(0.5), "; typed %s\n%s" % (self.typed, self.screen()))[1]
         raise AssertionError("%s: still running after %ds, killed; states %s; requests %s%s" % (
-            self.name, timeout, self.states, self.server.log, "\n" + self.screen() if self.tmux else ""))
+            self.name, timeout, self.states, self.server.log, screen or ""))
 
     def kill(self, pid):  # the whole process group: some agents re-launch themselves
         try:
@@ -151,7 +153,7 @@ class Context:
             raise Skip("no tmux: run scripts/setup.sh")
         exports = "".join("export %s=%s\n" % (k, shlex.quote(v)) for k, v in dict(self.env, **(env or {})).items())
         (self.temp / "agent.sh").write_text("%scd %s\nexec %s\n" % (exports, self.project, shlex.join(argv)))
-        self.tmux, self.pressed = True, 0
+        self.tmux, self.pressed, self.typed, self.started = True, 0, [], time.time()
         self.tmux_cmd("new-session", "-d", "-x", "200", "-y", "50", "sh %s/agent.sh" % self.temp)
         try:
             self.wait(None, timeout, done)
@@ -161,6 +163,7 @@ class Context:
             self.tmux = False
 
     def keys(self, *keys):
+        self.typed.append("%.1fs %s" % (time.time() - self.started, " ".join(keys)))
         self.tmux_cmd("send-keys", *keys)
 
     def press(self, *keys):
