@@ -8,7 +8,8 @@ Node and the agents come from the cache scripts/npm-tools.sh fills (PELMORA_NPM_
 As root, where `unshare --net` works, it all runs in a network namespace with loopback only.
 
 An agent is a module agents/<name>.py with PACKAGES (the npm packages it needs) and run(ctx), which
-fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). ctx (Context below) offers:
+fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). A run that stalls (the agent
+still running at its timeout) is tried once more, in a fresh context, and both tries are printed. ctx (Context below) offers:
   server                model_server.Server: .url, .log, .extra (more tool call arguments, until fresh())
   secret, marker        the model's shell command holds the secret and creates the file `marker`
   node, cache, bin(NAME)                  the cache's node, its folder, node_modules/.bin/NAME
@@ -42,6 +43,9 @@ libc = ctypes.CDLL(None, use_errno=True)
 
 
 class Skip(Exception): pass  # noqa: E701
+
+
+class Stalled(AssertionError): pass  # noqa: E701
 
 
 class Context:
@@ -126,7 +130,7 @@ class Context:
                 os.read(self.inotify, 65536)
         # An interface that redraws as it waits can be caught half drawn: its screen a moment later.
         screen = self.tmux and (time.sleep(0.5), "; typed %s\n%s" % (self.typed, self.screen()))[1]
-        raise AssertionError("%s: still running after %ds, killed; states %s; requests %s%s" % (
+        raise Stalled("%s: still running after %ds, killed; states %s; requests %s%s" % (
             self.name, timeout, self.states, self.server.log, screen or ""))
 
     def kill(self, pid):  # the whole process group: some agents re-launch themselves
@@ -228,18 +232,28 @@ def main():
                          else "telemetry and update checks off (no namespace: not root, or no ip/unshare)"))
     server, failed, skipped = Server(COMMAND), 0, 0
     for name, module in modules.items():
-        ctx, start = Context(name, args, cache, server), time.time()
-        try:
-            module.run(ctx)
-            print("%s: passed (%.1fs)" % (name, time.time() - start))
-        except Skip as why:
-            skipped += 1
-            print("%s: skipped: %s" % (name, why))
-        except AssertionError as why:
-            failed += 1
-            print("%s: FAILED (%.1fs): %s" % (name, time.time() - start, why))
-        finally:
-            ctx.close()
+        for attempt in (1, 2):
+            ctx, start = Context(name, args, cache, server), time.time()
+            try:
+                module.run(ctx)
+                print("%s: passed (%.1fs)" % (name, time.time() - start))
+            except Skip as why:
+                skipped += 1
+                print("%s: skipped: %s" % (name, why))
+            except Stalled as why:
+                # Now and then an agent's terminal interface hangs on its own; a fault of ours
+                # stalls it the same way twice.
+                if attempt == 2:
+                    failed += 1
+                print("%s: %s (%.1fs): %s" % (name, "FAILED" if attempt == 2 else "stalled, so once more",
+                                              time.time() - start, why))
+                continue
+            except AssertionError as why:
+                failed += 1
+                print("%s: FAILED (%.1fs): %s" % (name, time.time() - start, why))
+            finally:
+                ctx.close()
+            break
     return 1 if failed else 77 if skipped == len(modules) else 0
 
 
