@@ -1,5 +1,6 @@
 #include "support/Files.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -40,9 +41,14 @@ std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expec
             return contents;
         }
     }
-    char chunk[16384];
+    // The rest is read straight into the string's own storage, grown as it
+    // fills, rather than through a buffer on the stack.
+    std::size_t filled = contents.size();
     for (;;) {
-        ssize_t got = ::read(fd, chunk, sizeof chunk);
+        if (filled == contents.size()) {
+            contents.resize(std::max<std::size_t>(4096, contents.size() * 2));
+        }
+        ssize_t got = ::read(fd, contents.data() + filled, contents.size() - filled);
         if (got < 0) {
             if (errno == EINTR) {
                 continue;
@@ -50,13 +56,13 @@ std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expec
             return std::nullopt;
         }
         if (got == 0) {
+            contents.resize(filled);
             return contents;
         }
-        auto count = static_cast<std::size_t>(got);
-        if (count > limit - contents.size()) {
+        filled += static_cast<std::size_t>(got);
+        if (filled > limit) {
             return std::nullopt;
         }
-        contents.append(chunk, count);
     }
 }
 
