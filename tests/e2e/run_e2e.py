@@ -8,8 +8,9 @@ Node and the agents come from the cache scripts/npm-tools.sh fills (PELMORA_NPM_
 As root, where `unshare --net` works, it all runs in a network namespace with loopback only.
 
 An agent is a module agents/<name>.py with PACKAGES (the npm packages it needs) and run(ctx), which
-fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). A run that stalls (the agent
-still running at its timeout) is tried once more, in a fresh context, and both tries are printed. ctx (Context below) offers:
+fails by raising AssertionError (ctx.check) and skips with ctx.skip(WHY). A run that stalls (the
+agent still running at its timeout) is tried once more, in a fresh context, and both tries are
+printed. ctx (Context below) offers:
   server                model_server.Server: .url, .log, .extra (more tool call arguments, until fresh())
   secret, marker        the model's shell command holds the secret and creates the file `marker`
   node, cache, bin(NAME)                  the cache's node, its folder, node_modules/.bin/NAME
@@ -128,10 +129,12 @@ class Context:
                 return
             if select.select([self.inotify], [], [], 0.1)[0]:
                 os.read(self.inotify, 65536)
-        # An interface that redraws as it waits can be caught half drawn: its screen a moment later.
-        screen = self.tmux and (time.sleep(0.5), "; typed %s\n%s" % (self.typed, self.screen()))[1]
+        screen = ""
+        if self.tmux:  # an interface that redraws as it waits can be caught half drawn
+            time.sleep(0.5)
+            screen = "; typed %s\n%s" % (self.typed, self.screen())
         raise Stalled("%s: still running after %ds, killed; states %s; requests %s%s" % (
-            self.name, timeout, self.states, self.server.log, screen or ""))
+            self.name, timeout, self.states, self.server.log, screen))
 
     def kill(self, pid):  # the whole process group: some agents re-launch themselves
         try:
