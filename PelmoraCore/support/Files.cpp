@@ -1,6 +1,5 @@
 #include "support/Files.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -22,31 +21,17 @@ std::string describe(std::string_view what, int error) {
 }
 
 // Reads to the end, giving up once more than `limit` bytes have arrived.
+// Straight into the string's own storage, grown as it fills: a buffer on the
+// stack would cost every hook run fresh stack pages.
 std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expected) {
-    std::string contents;
-    // A regular file's size is known: asking for a byte more than that finds
-    // it all in one read, and a read that comes back with exactly the size is
-    // the end, which spares the hook the read that would only confirm it.
-    if (expected > 0 && expected < limit) {
-        contents.resize(expected + 1);
-        ssize_t got = -1;
-        do {
-            got = ::read(fd, contents.data(), expected + 1);
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) {
-            return std::nullopt;
-        }
-        contents.resize(static_cast<std::size_t>(got));
-        if (contents.size() == expected) {
-            return contents;
-        }
-    }
-    // The rest is read straight into the string's own storage, grown as it
-    // fills, rather than through a buffer on the stack.
-    std::size_t filled = contents.size();
+    // A regular file's size is known: room for a byte more than that finds it
+    // all in one read, and having exactly that size is the end, which spares
+    // the hook the read that would only confirm it.
+    std::string contents(expected > 0 ? expected + 1 : 4096, '\0');
+    std::size_t filled = 0;
     for (;;) {
         if (filled == contents.size()) {
-            contents.resize(std::max<std::size_t>(4096, contents.size() * 2));
+            contents.resize(contents.size() * 2);
         }
         ssize_t got = ::read(fd, contents.data() + filled, contents.size() - filled);
         if (got < 0) {
@@ -55,13 +40,13 @@ std::optional<std::string> readUpTo(int fd, std::size_t limit, std::size_t expec
             }
             return std::nullopt;
         }
-        if (got == 0) {
-            contents.resize(filled);
-            return contents;
-        }
         filled += static_cast<std::size_t>(got);
         if (filled > limit) {
             return std::nullopt;
+        }
+        if (got == 0 || (expected > 0 && filled == expected)) {
+            contents.resize(filled);
+            return contents;
         }
     }
 }
