@@ -153,7 +153,10 @@ class Context:
             return (out.seek(0), out.read())[1]
 
     def tmux_cmd(self, *args):
-        return subprocess.run(["tmux", "-S", self.temp / "tmux.sock", *args], capture_output=True, text=True).stdout
+        # The server's environment is what its panes start with: ours, not the caller's. A CI
+        # runner's CI=true makes an Ink interface draw only its final frame, so no dialog shows.
+        return subprocess.run(["tmux", "-S", self.temp / "tmux.sock", *args], capture_output=True, text=True,
+                              env=self.env).stdout
 
     def run_tmux(self, argv, done, timeout=60, env=None):
         if not shutil.which("tmux"):
